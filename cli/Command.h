@@ -1,0 +1,21 @@
+#pragma once
+#include <CLI/CLI.hpp>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+// Each command file registers itself; main() adds every registered command to the application.
+// A command's run function returns the library's result code, which becomes the exit status.
+struct CommandSpec {
+  std::string name;
+  std::string summary;
+  // Adds options to `sub` and returns the function that runs the command.
+  std::function<std::function<int()>(CLI::App& sub)> setup;
+};
+
+std::vector<CommandSpec>& command_registry();
+
+struct CommandRegistrar {
+  explicit CommandRegistrar(CommandSpec spec) { command_registry().push_back(std::move(spec)); }
+};

@@ -1,0 +1,19 @@
+#include "core/GenericError.h"
+
+char const* GenericError::ErrorString(int code) {
+  static char const* const messages[] = {
+      "No Error(s)",
+      "Generic error or premature EOF",
+      "Out of memory",
+      "invalid file",
+      "debug trap (you shouldn't see this)",
+      "Internally generated code bug detection",
+      "cannot write to file",
+      "residual bytes in file",
+      "the dll recieved an unknown exception trap",
+      "User cancelled",
+  };
+  if (code < 0) code = -code;
+  if (code >= 0 && code < 10) return messages[code];
+  return "dll Unknown throw Error";
+}

@@ -1,0 +1,40 @@
+#pragma once
+#include <exception>
+#include <type_traits>
+
+#include "core/BisMessage.h"
+#include "core/Generic_Errors.h"
+
+// The one boundary between the library's throwing workers and the int result codes of exported
+// methods. Catch order matters: generic codes, the tool's own codes, a message (reported through
+// the error callback, then the tool's "detected an error" code), anything else.
+//
+// `Reporter` is any object with io_throw(int, char const*, ...), normally the tool's BisFileIO.
+template <class ToolErrors, class Reporter, class Work>
+int bis_guarded_call(Reporter& reporter, int detected_code, int unknown_code, Work&& work) noexcept {
+  auto report = [&](char const* text) -> int {
+    try {
+      reporter.io_throw(0, "%s\r\n", text);
+    } catch (Generic_Errors e) {
+      return static_cast<int>(e);  // the user cancelled while the message was shown
+    } catch (...) {
+    }
+    return detected_code;
+  };
+  try {
+    return static_cast<int>(work());
+  } catch (Generic_Errors e) {
+    return static_cast<int>(e);
+  } catch (ToolErrors e) {
+    return static_cast<int>(e);
+  } catch (char const* text) {
+    return report(text ? text : "");
+  } catch (BisMessage const& m) {
+    return report(m.text.c_str());
+  } catch (...) {
+    return unknown_code;
+  }
+}
+
+// For tools without an enumeration of their own.
+enum class NoToolErrors : int {};
