@@ -40,10 +40,10 @@ uint64_t RleCodec::rle_Compress(uint8_t const* source, uint64_t size, uint8_t* d
       literal_from += n;
     }
   };
-  // A run needs three equal bytes in view, so the scan stops two bytes short of the end and the
-  // final one or two bytes always go out as literals.
+  // Runs are looked for only before the final two bytes, which always go out as literals.
+  uint64_t const limit = size >= 2 ? size - 2 : 0;
   uint64_t i = 0;
-  while (i + 2 < size) {
+  while (i + 2 < limit) {
     uint8_t const b = source[i];
     if (source[i + 1] != b || source[i + 2] != b) {
       ++i;
@@ -51,7 +51,7 @@ uint64_t RleCodec::rle_Compress(uint8_t const* source, uint64_t size, uint8_t* d
     }
     flush_literals(i);
     uint64_t j = i + 3;
-    while (j + 2 < size && source[j] == b) ++j;
+    while (j < limit && source[j] == b) ++j;
     for (uint64_t run = j - i; run;) {
       uint64_t n = run < kPiece ? run : kPiece;
       dest[o++] = uint8_t(0x80 | (n - 1));
