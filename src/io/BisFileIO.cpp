@@ -173,7 +173,7 @@ time_t BisFileIO::io_OpenFile(char const* name, char const* default_ext, int fla
     _s->in = f;
   }
   if ((flags & 1) && !_s->huge) {
-    int r = FileStringA::fs_RemoveBom(reinterpret_cast<char*>(_s->data));
+    int r = FileStringA::fs_RemoveBom(_s->data, _s->size);  // may move the buffer to grow it
     size_t len = strnlen(reinterpret_cast<char*>(_s->data), _s->size + 4);
     if (r == 1) {
       _s->size = len;
