@@ -4,71 +4,59 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <string>
-#include <vector>
 
 #include <gtest/gtest.h>
 
-// Everything the message callbacks of the object under test received, one entry per call.
-struct Captured {
-  static std::vector<std::string>& msgs() {
-    static std::vector<std::string> v;
-    return v;
-  }
-  static std::vector<std::string>& errs() {
-    static std::vector<std::string> v;
-    return v;
-  }
-  static std::string join(std::vector<std::string> const& v) {
-    std::string s;
-    for (auto const& e : v) s += e;
-    return s;
-  }
-  static void clear() {
-    msgs().clear();
-    errs().clear();
-  }
-};
+#include "core/Generic_Errors.h"
 
-inline std::string vtext(char const* format, va_list ap) {
+// What the message and error callbacks received, all calls joined.
+inline std::string g_msgs, g_errs;
+inline void clear_captured() { g_msgs.clear(), g_errs.clear(); }
+inline void append(std::string& to, char const* format, va_list ap) {
   char buf[8192];
   std::vsnprintf(buf, sizeof buf, format, ap);
-  return buf;
+  to += buf;
 }
-
 inline bool capture_msg(char const* format, ...) {
   va_list ap;
   va_start(ap, format);
-  Captured::msgs().push_back(vtext(format, ap));
+  append(g_msgs, format, ap);
   va_end(ap);
   return true;
 }
-
 inline bool capture_err(char const* format, ...) {
   va_list ap;
   va_start(ap, format);
-  Captured::errs().push_back(vtext(format, ap));
+  append(g_errs, format, ap);
   va_end(ap);
   return true;
 }
 
+// The Generic_Errors code an operation throws, or -1 when it returns.
+inline int code_of(std::function<void()> const& op) {
+  try {
+    op();
+  } catch (Generic_Errors e) {
+    return e;
+  }
+  return -1;
+}
+
 // A fresh folder per test, removed afterwards.
-class TempFolder {
- public:
+struct TempFolder {
+  std::string path;
   TempFolder() {
     std::string pattern = (std::filesystem::temp_directory_path() / "vendrak-io-XXXXXX").string();
-    _path = mkdtemp(pattern.data());
+    path = mkdtemp(pattern.data());
   }
   ~TempFolder() {
     std::error_code ec;
-    std::filesystem::remove_all(_path, ec);
+    std::filesystem::remove_all(path, ec);
   }
-  std::string operator/(std::string const& name) const { return _path + "/" + name; }
-  std::string const& path() const { return _path; }
-
- private:
-  std::string _path;
+  std::string operator/(std::string const& name) const { return path + "/" + name; }
 };
 
 inline void put_file(std::string const& name, std::string const& bytes) {
