@@ -173,7 +173,9 @@ int CompressedStruct::__ReadCompressed(BisFileIO& io, CompressType type, uLongPa
       io.io_Require(_elementSize);
       allocate_bytes(bytes);
       io.io_ReadBlock(_Array, _elementSize);
-      for (uint64_t at = _elementSize; at < bytes; at += _elementSize) std::memcpy(_Array + at, _Array, _elementSize);
+      // Fill by doubling the filled part: whole elements each time, few calls for big arrays.
+      for (uint64_t done = _elementSize; done < bytes; done *= 2)
+        std::memcpy(_Array + done, _Array, done < bytes - done ? done : bytes - done);
       return 1;
     }
     if (fill != 0) throw "fill byte not zero or 1";
@@ -296,18 +298,13 @@ void CompressedStruct::WriteCompressed(BisFileIO& io, CompressType type, uint64_
     return;
   }
 
-  if (type & kMethods) {
-    if (type & CT_FLAG_BYTE) {
-      bool const compressed = _state & CS_COMPRESSED;
-      io.io_WriteByte(compressed ? 2 : 0);
-      if (!compressed) {
-        io.io_WriteBlock(_Array, bytes);
-        return;
-      }
-    } else if (bytes < kRawThreshold) {
-      io.io_WriteBlock(_Array, bytes);
-      return;
-    }
+  // The compression flag byte comes with bit 0x800 alone, as the reader expects it.
+  bool raw = !(type & kMethods) || bytes < kRawThreshold;
+  if (type & CT_FLAG_BYTE) {
+    raw = !(_state & CS_COMPRESSED);
+    io.io_WriteByte(raw ? 0 : 2);
+  }
+  if (!raw) {
     if (can_reuse_stored(type))
       write_stored_payload(io);
     else

@@ -3,6 +3,7 @@
 #include <array>
 #include <cstring>
 #include <memory>
+#include <vector>
 
 namespace {
 
@@ -43,15 +44,16 @@ class WindowChains {
  public:
   static constexpr uint32_t kNone = UINT32_MAX;
   static constexpr uint32_t kRing = 4096;  // > window, so a live position never shares a slot
-  static constexpr int kHashBits = 15;
 
-  explicit WindowChains(uint8_t const* data) : _data(data) {
-    _head.fill(kNone);
-    _tail.fill(kNone);
+  // Small blocks get small tables: clearing them would otherwise cost more than the search.
+  WindowChains(uint8_t const* data, uint64_t size) : _data(data) {
+    while (_bits < 15 && (uint64_t(1) << _bits) < size) ++_bits;
+    _head.assign(size_t(1) << _bits, kNone);
+    _tail.assign(size_t(1) << _bits, kNone);
   }
   uint32_t hash(uint64_t p) const {
     uint32_t key = uint32_t(_data[p]) << 16 | uint32_t(_data[p + 1]) << 8 | _data[p + 2];
-    return (key * 0x9E3779B1u) >> (32 - kHashBits);
+    return (key * 0x9E3779B1u) >> (32 - _bits);
   }
   void insert(uint32_t p) {
     uint32_t h = hash(p);
@@ -73,7 +75,8 @@ class WindowChains {
 
  private:
   uint8_t const* _data;
-  std::array<uint32_t, 1u << kHashBits> _head, _tail;
+  int _bits = 8;
+  std::vector<uint32_t> _head, _tail;
   std::array<uint32_t, kRing> _next;
 };
 
@@ -141,7 +144,7 @@ uint64_t LzssCodec::lzss_Compress(uint8_t const* source, uint64_t size, uint8_t*
     if (++items == 8) items = 0;
   };
 
-  auto chains = std::make_unique<WindowChains>(source);
+  auto chains = std::make_unique<WindowChains>(source, size);
   uint64_t inserted = 0;  // positions below this are in the chains (or have left them)
   uint64_t pos = 0;
   while (pos < size) {

@@ -1,34 +1,14 @@
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <fstream>
 #include <functional>
-#include <random>
-#include <string>
-#include <vector>
 
 #include "core/Generic_Errors.h"
 #include "io/BisFileIO.h"
+#include "io/CompressTestUtil.h"
 #include "io/CompressedStruct.h"
-#include "io/CompressionEngine.h"
 
 namespace {
-using Bytes = std::vector<uint8_t>;
+using namespace compress_test;
 
-Bytes le32(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)}; }
-Bytes le24(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16)}; }
-Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes r;
-  for (auto const& p : parts) r.insert(r.end(), p.begin(), p.end());
-  return r;
-}
 Bytes sized(Bytes const& b) { return cat({le24(uint32_t(b.size())), b}); }
-Bytes packed(Bytes const& data, CompressType type) {
-  CompressionEngine engine;
-  int64_t n = cmp_Compress(engine, data.data(), data.size(), type);
-  EXPECT_GT(n, 0);
-  return Bytes(engine.cmp_GetOutput(), engine.cmp_GetOutput() + n);
-}
 // Elements that compress but are not all alike.
 Bytes elements(size_t count, uint32_t element_size) {
   Bytes b(count * element_size);
@@ -42,8 +22,7 @@ Bytes write_with(std::function<void(BisFileIO&)> const& fn) {
   EXPECT_EQ(out.io_CreateFile(name.c_str()), 1);
   fn(out);
   out.io_CloseOutput();
-  std::ifstream f(name, std::ios::binary);
-  return Bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+  return read_file(name);
 }
 
 struct ReadCase {
@@ -75,6 +54,7 @@ std::vector<ReadCase> read_cases() {
       {"fill byte 0 then raw", CT_LZO | CT_FILL_BYTE, {3, 1}, 2, 0, cat({{0}, small}), small, false, 0},
       {"fill byte ignored without LZO or LZSS", CT_RLE | CT_FILL_BYTE, {6, 1}, 1, 0, small, small, false, 0},
       {"flag byte 0", CT_LZSS | CT_FLAG_BYTE, {600, 1}, 4, 0, cat({{0}, e600}), e600, false, 0},
+      {"flag byte without a method", CT_FLAG_BYTE, {3, 1}, 2, 0, cat({{0}, small}), small, false, 0},
       {"flag byte 2 compresses small arrays too", CT_LZO | CT_FLAG_BYTE, {0, 0}, 2, 0,
        cat({le32(3), {2}, packed(small, CT_LZO)}), small, true, CompressedStruct::CS_COMPRESSED},
       {"3-byte size, raw", 0x10010, {}, 1, 0, cat({le24(6), small}), small, false, 0},
