@@ -90,21 +90,22 @@ class Kaltor {
 
   // Reading.
   uint32_t _read_count();
-  char const* _read_name();  // indexed in the OFP dialect, plain elsewhere
+  std::string_view _read_name();  // indexed in the OFP dialect, plain elsewhere
   char const* _read_asciiz();
   void _entry(int indent, int depth, rap_entry* tree);
   void _class_entry(int indent, int depth, rap_entry* tree);
   void _class_contents(char const* name, int indent, int depth, rap_entry* tree, bool root_body);
-  void _array_elements(int depth, char const* name, rap_entry* tree);
-  void _value(int subtype, rap_entry* tree, char const* name, bool in_array);
-  void _enums(uint64_t offset, bool present);
+  void _array_elements(int indent, int depth, rap_entry* tree, bool top);
+  void _value(int subtype, rap_entry* tree, char const* name);
+  void _enums(uint64_t offset);
+  void _check_budget();
   void _claim(uint64_t from, uint64_t to, char const* name);
   [[noreturn]] void _fail(char const* format, ...) __attribute__((format(printf, 2, 3)));
 
   // Writing.
   void _indent(int indent);
   void _put(std::string_view s) { _out.append(s); }
-  void _put_string(char const* s);
+  void _put_string(std::string_view s);
   void _put_float(float f);
   void _put_double(double d);
 
@@ -124,6 +125,9 @@ class Kaltor {
   std::string _text;             // the whole result
   GenString _head;               // banner and #define line
   GenString _num;                // scratch for number text
-  std::vector<char const*> _index;  // OFP strings by index (the common, dense case)
-  std::unordered_map<uint32_t, char const*> _index_sparse;
+  std::vector<std::string_view> _index;  // OFP strings by index (the common, dense case)
+  std::unordered_map<uint32_t, std::string_view> _index_sparse;
+  uint64_t _seg_start = 0;  // where the entry list being read resumed
+  uint64_t _budget = 0;     // bytes of text (or of repeated strings) a file may decode to
+  uint64_t _repeated = 0;   // bytes of OFP strings taken again from the index
 };
