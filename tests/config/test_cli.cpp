@@ -11,7 +11,10 @@
 
 namespace {
 
-std::string tmp(char const* name) { return ::testing::TempDir() + "kaltor_cli_" + name; }
+// Test cases may run at once in separate processes: every name carries the process id.
+std::string tmp(char const* name) {
+  return ::testing::TempDir() + "kaltor_cli_" + std::to_string(getpid()) + "_" + name;
+}
 
 std::string read_file(std::string const& p) {
   std::ifstream f(p, std::ios::binary);
