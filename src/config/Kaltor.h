@@ -58,6 +58,7 @@ class Kaltor {
   uint64_t drp_GetTextSize() const { return _text.size(); }
 
   BisFileIO* drp_GetIO() { return &_io; }
+  BisDLL* drp_GetDll() const { return _dll; }
   // TAB (default) or a space as the indent character.
   void drp_SetTabChar(bool tab) { _tab = tab ? '\t' : ' '; }
   // 0 (default) writes every array on one line; N > 0 breaks arrays of two or more elements
