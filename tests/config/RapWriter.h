@@ -16,26 +16,18 @@
 using Bytes = std::vector<uint8_t>;
 
 inline void put_u8(Bytes& b, int v) { b.push_back(static_cast<uint8_t>(v)); }
-inline void put_raw(Bytes& b, void const* p, size_t n) {
-  auto const* c = static_cast<uint8_t const*>(p);
-  b.insert(b.end(), c, c + n);
-}
 template <class T>
 void put(Bytes& b, T v) {
-  put_raw(b, &v, sizeof v);
+  b.insert(b.end(), reinterpret_cast<uint8_t const*>(&v), reinterpret_cast<uint8_t const*>(&v) + sizeof v);
 }
-inline void put_str(Bytes& b, std::string const& s) { put_raw(b, s.c_str(), s.size() + 1); }
+inline void put_str(Bytes& b, std::string const& s) { b.insert(b.end(), s.c_str(), s.c_str() + s.size() + 1); }
+inline void add_bytes(Bytes& b, Bytes const& more) { b.insert(b.end(), more.begin(), more.end()); }
 inline void put_count(Bytes& b, uint32_t v) {
   do {
     uint8_t byte = v & 0x7F;
     v >>= 7;
     put_u8(b, byte | (v ? 0x80 : 0));
   } while (v);
-}
-inline Bytes cat(std::initializer_list<Bytes> parts) {
-  Bytes out;
-  for (auto const& p : parts) out.insert(out.end(), p.begin(), p.end());
-  return out;
 }
 
 // ---- array elements (same in both dialects apart from strings) ----
@@ -47,7 +39,7 @@ inline Bytes e_l(int64_t l) { Bytes b{6}; put(b, l); return b; }
 inline Bytes e_arr(std::vector<Bytes> const& el) {
   Bytes b{3};
   put_count(b, static_cast<uint32_t>(el.size()));
-  for (auto const& e : el) b.insert(b.end(), e.begin(), e.end());
+  for (auto const& e : el) add_bytes(b, e);
   return b;
 }
 
@@ -62,7 +54,7 @@ inline Bytes arr(std::string const& n, std::vector<Bytes> const& el, bool append
   if (append) put<uint32_t>(b, 0);
   put_str(b, n);
   put_count(b, static_cast<uint32_t>(el.size()));
-  for (auto const& e : el) b.insert(b.end(), e.begin(), e.end());
+  for (auto const& e : el) add_bytes(b, e);
   return b;
 }
 inline Bytes ext(std::string const& n) { Bytes b{3}; put_str(b, n); return b; }
@@ -96,7 +88,7 @@ inline void write_body(Bytes& b, Cls const& c) {
       fixups.emplace_back(b.size(), it.cls.get());
       put<uint32_t>(b, 0);
     } else {
-      b.insert(b.end(), it.raw.begin(), it.raw.end());
+      add_bytes(b, it.raw);
     }
   }
   size_t end_at = b.size();
@@ -111,6 +103,10 @@ inline void write_body(Bytes& b, Cls const& c) {
 }
 
 using Enums = std::vector<std::pair<std::string, int32_t>>;
+inline void put_enums(Bytes& b, Enums const& e) {
+  put<uint32_t>(b, static_cast<uint32_t>(e.size()));
+  for (auto const& [n, v] : e) put_str(b, n), put(b, v);
+}
 
 // An Arma file; `shift` extra bytes after the signature make room for an Xbox signature.
 inline Bytes arma(ClsPtr root, Enums const* enums = nullptr, size_t shift = 0) {
@@ -123,13 +119,7 @@ inline Bytes arma(ClsPtr root, Enums const* enums = nullptr, size_t shift = 0) {
   write_body(b, *root);
   auto off = static_cast<uint32_t>(b.size());
   std::memcpy(&b[enum_at], &off, 4);
-  if (enums) {
-    put<uint32_t>(b, static_cast<uint32_t>(enums->size()));
-    for (auto const& [n, v] : *enums) {
-      put_str(b, n);
-      put(b, v);
-    }
-  }
+  if (enums) put_enums(b, *enums);
   return b;
 }
 
@@ -163,22 +153,12 @@ struct OfpWriter {
     put_count(b, count);
   }
   void v_i(std::string const& n, int32_t v) { put_u8(b, 1); put_u8(b, 2); name(n); put(b, v); }
-  void v_f(std::string const& n, float v) { put_u8(b, 1); put_u8(b, 1); name(n); put(b, v); }
   void v_str(std::string const& n, std::string const& s) { put_u8(b, 1); put_u8(b, 0); name(n); name(s); }
   void arr_str(std::string const& n, std::vector<std::string> const& el) {
     put_u8(b, 2);
     name(n);
     put_count(b, static_cast<uint32_t>(el.size()));
-    for (auto const& s : el) {
-      put_u8(b, 0);
-      name(s);
-    }
+    for (auto const& s : el) put_u8(b, 0), name(s);
   }
-  void enums(Enums const& e) {
-    put<uint32_t>(b, static_cast<uint32_t>(e.size()));
-    for (auto const& [n, v] : e) {
-      put_str(b, n);
-      put(b, v);
-    }
-  }
+  void enums(Enums const& e) { put_enums(b, e); }
 };

@@ -85,9 +85,14 @@ TEST(KaltorCli, Decode) {
 TEST(KaltorCli, FailuresAndKeys) {
   unsigned char const key[16] = {0xA0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 0xFF};
   std::string const hex = "a00102030405060708090a0b0c0d0eff";
-  std::string signed_file = tmp("xbox.bin"), junk = tmp("junk.bin");
+  std::string signed_file = tmp("xbox.bin"), junk = tmp("junk.bin"), spaced = tmp("spaced.bin");
   write_file(signed_file, xbox(cls("", {v_i("x", 1)}), key));
   write_file(junk, Bytes{0, 'r', 'a', 'P', 0, 0});
+  // A spaced file read from disk is despaced in the reader's own buffer.
+  Bytes sp = arma(cls("", {cls("A", {v_str("s", "t")})}));
+  for (size_t i = 4; i < sp.size(); ++i) sp[i] = sp[i] ? sp[i] : 0xEE;
+  sp[0] = 0xEE;
+  write_file(spaced, sp);
 
   struct {
     std::vector<std::string> args;
@@ -100,6 +105,7 @@ TEST(KaltorCli, FailuresAndKeys) {
       {{signed_file, "--xbox-key", "A0010203040506070809" "0A0B0C0D0EFF"}, 0, nullptr},
       {{signed_file, "--xbox-key", "00010203040506070809" "0a0b0c0d0eff"}, 15, "Kaltor: xbox sha is wrong"},
       {{signed_file}, 0, "not verified"},
+      {{spaced}, 0, nullptr},
   };
   for (auto const& c : cases) {
     CliRun r = vendrak(c.args);
@@ -113,8 +119,7 @@ TEST(KaltorCli, FailuresAndKeys) {
   // A key that is not 32 hex digits is refused before anything is decoded.
   EXPECT_NE(vendrak({signed_file, "--xbox-key", "abc"}).status, 0);
   EXPECT_NE(vendrak({signed_file, "--xbox-key", std::string(32, 'g')}).status, 0);
-  std::remove(signed_file.c_str());
-  std::remove(junk.c_str());
+  for (auto const& f : {signed_file, junk, spaced}) std::remove(f.c_str());
 }
 
 }  // namespace

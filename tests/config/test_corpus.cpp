@@ -5,7 +5,6 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 
 #include "DecodeHelpers.h"
 #include "config/rap_entry.h"
@@ -50,42 +49,23 @@ void collect_reals(rap_entry const* node, std::vector<rap_entry const*>& out) {
   }
 }
 
-// Number tokens of the text that carry a point or an exponent: the floats and doubles. Quoted
-// strings and comment lines are skipped.
-std::vector<std::string> real_tokens(std::string const& text) {
+// Number tokens of the text that carry a point or an exponent: the floats and doubles, in order.
+// Quoted strings and comment lines are skipped, so nothing inside them is taken for a number.
+std::vector<std::string> real_tokens(std::string const& t) {
   std::vector<std::string> out;
-  size_t i = 0, n = text.size();
-  bool line_start = true;
-  while (i < n) {
-    char c = text[i];
-    if (line_start && c == '/' && i + 1 < n && text[i + 1] == '/') {
-      i = text.find('\n', i);
-      if (i == std::string::npos) break;
-      continue;
+  for (size_t i = 0; i < t.size(); ++i) {
+    if (t.compare(i, 2, "//") == 0 && (i == 0 || t[i - 1] == '\n')) {
+      i = t.find('\n', i);
+    } else if (t[i] == '"') {
+      while (++i < t.size() && (t[i] != '"' || (i + 1 < t.size() && t[i + 1] == '"' && ++i))) {
+      }
+    } else if (i && std::strchr("={, ", t[i - 1]) && (t[i] == '-' || std::isdigit(static_cast<unsigned char>(t[i])))) {
+      size_t j = t.find_first_not_of("0123456789.eE+-", i + 1);
+      std::string tok = t.substr(i, j - i);
+      if (j < t.size() && std::strchr(",;}", t[j]) && tok.find_first_of(".eE") != std::string::npos) out.push_back(tok);
+      i = j - 1;
     }
-    line_start = c == '\n' || (line_start && (c == '\t' || c == ' ' || c == '\r'));
-    if (c == '"') {
-      for (++i; i < n; ++i)
-        if (text[i] == '"') {
-          if (i + 1 < n && text[i + 1] == '"')
-            ++i;
-          else
-            break;
-        }
-      ++i;
-      continue;
-    }
-    bool starts = (c == '-' || std::isdigit(static_cast<unsigned char>(c))) && i > 0 &&
-                  std::strchr("={, ", text[i - 1]);
-    if (!starts) {
-      ++i;
-      continue;
-    }
-    size_t j = i + 1;
-    while (j < n && std::strchr("0123456789.eE+-", text[j])) ++j;
-    std::string tok = text.substr(i, j - i);
-    if (j < n && std::strchr(",;}", text[j]) && tok.find_first_of(".eE") != std::string::npos) out.push_back(tok);
-    i = j;
+    if (i == std::string::npos) break;
   }
   return out;
 }
