@@ -326,14 +326,16 @@ bool FileStringA::fs_CompareTokens(char const* name, BisTokens const* tokens) {
   if (!name || !tokens) return false;
   FileStringA n(name);
   char const* last = n.fs_GetFilenameAndExt();
+  bool nested = last != n.c_str();
+  char const* ext = n.fs_GetExt();
   for (BisToken* t = tokens->GetFirstToken(); t; t = t->GetNext()) {
     char const* tok = t->c_str();
     if (!*tok) continue;
     if (std::strpbrk(tok, "*?")) {
-      if (fs_CompareWild(name, tok) || fs_CompareWild(last, tok)) return true;
-    } else if (tok[0] == '.' && !std::strpbrk(tok, "\\/") && std::strchr(tok + 1, '.') == nullptr) {
-      if (fs_CompareExt(tok, name)) return true;
-    } else if (n.fs_CompareFiles(tok) || FileStringA(last).fs_CompareFiles(tok)) {
+      if (fs_CompareWild(name, tok) || (nested && fs_CompareWild(last, tok))) return true;
+    } else if (tok[0] == '.' && !std::strpbrk(tok + 1, ".\\/")) {
+      if (ext && strcasecmp(ext, tok) == 0) return true;
+    } else if (n.fs_CompareFiles(tok) || (nested && FileStringA(last).fs_CompareFiles(tok))) {
       return true;
     }
   }
