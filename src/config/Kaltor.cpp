@@ -491,7 +491,7 @@ void Kaltor::_class_contents(char const* name, int indent, int depth, rap_entry*
   if (tree) {
     if (root_body) {
       node = tree;
-      if (*parent) node->rpe_value() = parent;
+      if (*parent) node->tkn_value() = parent;
     } else {
       node = tree->rpe_add_class(name, parent);
     }

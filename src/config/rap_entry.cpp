@@ -1,5 +1,7 @@
 #include "config/rap_entry.h"
 
+#include <strings.h>
+
 
 #include <string>
 #include <unordered_map>
@@ -20,6 +22,13 @@ struct rap_entry::ClassIndex {
 namespace {
 constexpr uint32_t kIndexFrom = 32;
 
+// Names compare as GenString compares them: without case, and an empty name equals only an empty one.
+bool same_name(char const* a, char const* b) {
+  bool a_empty = !a || !*a, b_empty = !b || !*b;
+  if (a_empty || b_empty) return a_empty && b_empty;
+  return strcasecmp(a, b) == 0;
+}
+
 std::string lowered(char const* name) {
   std::string k(name ? name : "");
   for (char& c : k)
@@ -33,10 +42,10 @@ constexpr int kMaxHops = 1024;
 constexpr int kMaxResolving = 256;
 }  // namespace
 
-rap_entry::rap_entry() : _root(new Root) {}
+rap_entry::rap_entry() : TokenPair(nullptr, nullptr), _root(new Root) {}
 
 rap_entry::rap_entry(rap_entry* enclosing, int type, char const* name)
-    : _name(name && *name ? name : nullptr), _enclosing(enclosing), _root(enclosing->_root), _type(type) {}
+    : TokenPair(name && *name ? name : nullptr, nullptr), _enclosing(enclosing), _root(enclosing->_root), _type(type) {}
 
 rap_entry::~rap_entry() {
   rpe_clear();
@@ -114,7 +123,7 @@ rap_entry* rap_entry::_child_of(char const* name, int type) const {
   }
   for (rap_entry* c = _child; c; c = c->_next) {
     if (type != RPE_ANY && c->_type != type) continue;
-    if (!name || c->_name.Compare(name)) return c;
+    if (!name || same_name(c->name(), name)) return c;
   }
   return nullptr;
 }
@@ -137,7 +146,7 @@ rap_entry* rap_entry::rpe_get_array_contents(char const* name) const {
 
 rap_entry* rap_entry::rpe_find_inherited_class() {
   if (_inherited_done) return _inherited;
-  if (_type != RPE_CLASS || _value.str_IsEmpty()) {
+  if (_type != RPE_CLASS || !*value()) {
     _inherited_done = true;
     return nullptr;
   }
@@ -146,8 +155,8 @@ rap_entry* rap_entry::rpe_find_inherited_class() {
   _resolving = true;
   ++_root->resolving_depth;
   // "class X: X" extends the X inherited by the enclosing class, never itself.
-  int flag = _value.Compare(_name.c_str()) ? 0 : 1;
-  rap_entry* found = _find_scoped(_value.c_str(), RPE_CLASS, flag);
+  int flag = same_name(value(), name()) ? 0 : 1;
+  rap_entry* found = _find_scoped(value(), RPE_CLASS, flag);
   --_root->resolving_depth;
   _resolving = false;
   _inherited = found == this ? nullptr : found;
@@ -181,7 +190,7 @@ char const* rap_entry::rpe_whoami(GenString& path) const {
   std::string p;
   for (auto it = chain.rbegin(); it != chain.rend(); ++it) {
     if (!p.empty()) p += '.';
-    p += (*it)->_name.c_str();
+    p += (*it)->name();
   }
   path.str_MemDup(p.data(), p.size());
   return path.c_str();
@@ -200,14 +209,14 @@ rap_entry* rap_entry::_append(int type, char const* name) {
 rap_entry* rap_entry::rpe_add_class(char const* name, char const* parent) {
   if (rap_entry* existing = _child_of(name ? name : "", RPE_CLASS)) return existing;
   rap_entry* n = _append(RPE_CLASS, name);
-  n->_value = parent && *parent ? parent : nullptr;
+  n->tkn_value() = parent && *parent ? parent : nullptr;
   ++_class_count;
   if (_class_index) {
     _class_index->map.emplace(lowered(name), n);
   } else if (_class_count >= kIndexFrom) {
     _class_index = new ClassIndex;
     for (rap_entry* c = _child; c; c = c->_next)
-      if (c->_type == RPE_CLASS) _class_index->map.emplace(lowered(c->_name.c_str()), c);
+      if (c->_type == RPE_CLASS) _class_index->map.emplace(lowered(c->name()), c);
   }
   return n;
 }
@@ -221,21 +230,21 @@ rap_entry* rap_entry::rpe_add_delete(char const* name) { return _append(RPE_DELE
 
 rap_entry* rap_entry::rpe_add_string(char const* name, char const* value) {
   rap_entry* n = _append(RPE_STRING, name);
-  n->_value = value && *value ? value : nullptr;
+  n->tkn_value() = value && *value ? value : nullptr;
   return n;
 }
 
 rap_entry* rap_entry::rpe_add_int(char const* name, int32_t value) {
   rap_entry* n = _append(RPE_INT, name);
   n->_bin.i = value;
-  n->_value.str_SetNumber(value);
+  n->tkn_value().str_SetNumber(value);
   return n;
 }
 
 rap_entry* rap_entry::rpe_add_int64(char const* name, int64_t value) {
   rap_entry* n = _append(RPE_INT64, name);
   n->_bin.i = value;
-  n->_value.str_SetNumber(value);
+  n->tkn_value().str_SetNumber(value);
   return n;
 }
 
@@ -243,7 +252,7 @@ rap_entry* rap_entry::rpe_add_float(char const* name, float value) {
   rap_entry* n = _append(RPE_FLOAT, name);
   n->_bin.f = value;
   GenString text;
-  n->_value = text.str_FloatToStr(value, false);
+  n->tkn_value() = text.str_FloatToStr(value, false);
   return n;
 }
 
@@ -251,7 +260,7 @@ rap_entry* rap_entry::rpe_add_double(char const* name, double value) {
   rap_entry* n = _append(RPE_DOUBLE, name);
   n->_bin.d = value;
   GenString text;
-  n->_value = text.str_FloatToStr(value, false);
+  n->tkn_value() = text.str_FloatToStr(value, false);
   return n;
 }
 

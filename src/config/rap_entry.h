@@ -2,14 +2,15 @@
 #include <cstdint>
 
 #include "text/GenString.h"
+#include "text/TokenPairs.h"
 
-// One node of a decoded config tree: a name and its value as text, linked to its next sibling,
+// One node of a decoded config tree: a name = value pair (the value as text), linked to its next sibling,
 // its first child and its enclosing class. Classes keep their parent's name as value; scalars keep
 // their text (and their binary value, so nothing is lost to formatting); arrays hold their
 // elements as unnamed children, nested arrays as unnamed child arrays.
 //
 // A node owns its children. The root node is the caller's; it owns the whole tree.
-class rap_entry {
+class rap_entry : public TokenPair {
  public:
   enum Type : int {
     RPE_CLASS = 0,
@@ -27,15 +28,12 @@ class rap_entry {
 
   // A fresh root: an unnamed class.
   rap_entry();
-  ~rap_entry();
+  ~rap_entry() override;
   rap_entry(rap_entry const&) = delete;
   rap_entry& operator=(rap_entry const&) = delete;
 
   int rpe_GetType() const { return _type; }
-  GenString& rpe_name() { return _name; }
-  GenString& rpe_value() { return _value; }
-  char const* name() const { return _name.c_str(); }
-  char const* value() const { return _value.c_str(); }
+  TokenPair& rpe_get_token_pair() { return *this; }
   bool rpe_is_root() const { return !_enclosing; }
   bool rpe_has_externs() const;
 
@@ -95,8 +93,6 @@ class rap_entry {
   rap_entry* _find_scoped(char const* name, int type, int flag);
   rap_entry* _child_of(char const* name, int type) const;
 
-  GenString _name;
-  GenString _value;
   rap_entry* _next = nullptr;
   rap_entry* _child = nullptr;
   rap_entry* _last_child = nullptr;
