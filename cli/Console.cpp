@@ -14,7 +14,8 @@ bool vprint(FILE* f, char const* format, va_list ap) {
   char stack[4096];
   va_list ap2;
   va_copy(ap2, ap);
-  int n = std::vsnprintf(stack, sizeof stack, format, ap);
+  int n = std::vsnprintf(stack, sizeof stack, format ? format : "", ap);
+  if (n < 0) stack[0] = 0;  // a format the C library refused prints nothing
   char* text = stack;
   char* heap = nullptr;
   if (n >= static_cast<int>(sizeof stack)) {

@@ -2,7 +2,15 @@
 
 #include "core/BisTools.h"
 
-BisDLL::BisDLL() : _table(new Entry[SLOT_COUNT]) { dll_GetBisTools(); }
+BisDLL::BisDLL() : _table(new Entry[SLOT_COUNT]) {
+  try {
+    dll_GetBisTools();
+  } catch (...) {
+    delete[] _table;
+    _table = nullptr;
+    throw;
+  }
+}
 
 BisDLL::~BisDLL() {
   if (!_table) return;

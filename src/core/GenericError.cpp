@@ -13,7 +13,8 @@ char const* GenericError::ErrorString(int code) {
       "the dll recieved an unknown exception trap",
       "User cancelled",
   };
-  if (code < 0) code = -code;
+  // -3 and 3 mean the same fault; the most negative int has no positive twin and is unknown.
+  if (code < 0 && code > -10) code = -code;
   if (code >= 0 && code < 10) return messages[code];
   return "dll Unknown throw Error";
 }

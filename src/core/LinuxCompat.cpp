@@ -80,9 +80,15 @@ void reset_unbuffered_mode() {
 
 int _getch() {
   set_unbuffered_mode();
-  int c = std::getchar();
+  // Straight from the descriptor: a stdio buffer would swallow keys that _kbhit's select() on the
+  // same descriptor could then no longer see.
+  unsigned char c = 0;
+  ssize_t r;
+  do {
+    r = ::read(STDIN_FILENO, &c, 1);
+  } while (r < 0 && errno == EINTR);
   reset_unbuffered_mode();
-  return c;
+  return r == 1 ? c : EOF;
 }
 
 char* _strlwr(char* s) {
@@ -124,13 +130,14 @@ char* _getcwd(char* buf, int size) {
 int _wsystem(wchar_t const* command) {
   if (!command) return -1;
   size_t len = std::wcslen(command);
+  if (len == 0) return std::system("");
+  if (len > static_cast<size_t>(INT_MAX) / 6 - 1) return -1;
   std::unique_ptr<char[]> buf(new (std::nothrow) char[len * 6 + 1]);
   if (!buf) return -1;
-  std::mbstate_t st{};
-  wchar_t const* src = command;
-  size_t r = std::wcsrtombs(buf.get(), &src, len * 6 + 1, &st);
-  if (r == static_cast<size_t>(-1)) return -1;
-  buf[r] = 0;
+  int n = WideCharToMultiByte(CP_UTF8, 0, command, -1, buf.get(), static_cast<int>(len * 6 + 1), nullptr,
+                              nullptr);
+  if (n <= 0) return -1;
+  buf[static_cast<size_t>(n)] = 0;
   return std::system(buf.get());
 }
 
@@ -138,7 +145,8 @@ int MultiByteToWideChar(unsigned codepage, unsigned flags, char const* in, int i
                         int out_len) {
   if (codepage != CP_UTF8 || flags != 0 || !in) return 0;
   size_t bytes = in_len < 0 ? std::strlen(in) : static_cast<size_t>(in_len);
-  bool counting = (!out && out_len == 0);
+  // Without a buffer there is nothing to write to, whatever length came with it: only count.
+  bool counting = !out || out_len <= 0;
   long written = run_iconv("WCHAR_T", "UTF8", in, bytes, counting ? nullptr : reinterpret_cast<char*>(out),
                            counting ? 0 : static_cast<size_t>(out_len) * sizeof(wchar_t),
                            "MultiByteToWideChar iconv_open error", "MultiByteToWideChar conversion error");
@@ -156,11 +164,12 @@ int WideCharToMultiByte(unsigned codepage, unsigned flags, wchar_t const* in, in
     return 0;
   }
   size_t chars = in_len < 0 ? std::wcslen(in) : static_cast<size_t>(in_len);
+  bool counting = !out || out_len <= 0;
   long written = run_iconv("UTF8", "WCHAR_T", reinterpret_cast<char const*>(in), chars * sizeof(wchar_t),
-                           out_len == 0 ? nullptr : out, static_cast<size_t>(out_len),
+                           counting ? nullptr : out, counting ? 0 : static_cast<size_t>(out_len),
                            "WideCharToMultiByte iconv_open", "WideCharToMultiByte iconv");
   if (written < 0) return 0;
-  if (out_len != 0 && written < out_len) out[written] = 0;
+  if (!counting && written < out_len) out[written] = 0;
   return static_cast<int>(written);
 }
 

@@ -1,14 +1,17 @@
 #include "io/BisFileIO.h"
 
+#include <strings.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <new>
-#include <strings.h>
+#include <string>
 #include <system_error>
 #include <vector>
 
@@ -39,21 +42,27 @@ struct BisFileIO::State {
   BisCallback msg = bis_default_callback;
   BisCallback err = bis_default_callback;
   FileStringA out_name;
-  GenString scratch;
+  // Where the huge-mode stream stands (kUnknown after a failed seek or read), so that sequential
+  // reads do not seek; the copies that pointer reads hand out in huge mode; io_MakeFilename's result.
+  static constexpr uint64_t kUnknown = UINT64_MAX;
+  uint64_t stream_pos = kUnknown;
+  std::vector<uint8_t> huge_block;
+  std::string huge_text;
+  GenString made_name;
 };
 
 namespace {
 int default_shell_runner(char const* line) {
   // The command line arrives wrapped in one pair of double quotes, the form a Windows command
   // interpreter unwraps; the POSIX shell wants the bare command.
-  std::string cmd(line);
+  std::string cmd(line ? line : "");
   if (cmd.size() >= 2 && cmd.front() == '"' && cmd.back() == '"') cmd = cmd.substr(1, cmd.size() - 2);
   return std::system(cmd.c_str());
 }
 BisFileIO::ShellRunner g_shell_runner = default_shell_runner;
 
 std::string vformat(char const* format, va_list ap) {
-  // The buffer is the format's length plus 1024 characters; longer results are cut there.
+  // The buffer is the format's length plus 1024 bytes; longer results are cut there.
   size_t cap = (format ? std::strlen(format) : 0) + 1024;
   std::string s(cap, '\0');
   int n = std::vsnprintf(s.data(), cap, format ? format : "", ap);
@@ -63,21 +72,104 @@ std::string vformat(char const* format, va_list ap) {
 }
 
 std::string to_utf8(wchar_t const* w) {
-  if (!w) return std::string();
-  std::string out;
+  if (!w || !*w) return std::string();
   int n = WideCharToMultiByte(CP_UTF8, 0, w, -1, nullptr, 0, nullptr, nullptr);
-  if (n <= 0) return out;
-  out.resize(static_cast<size_t>(n) + 1);
+  if (n <= 0) return std::string();
+  std::string out(static_cast<size_t>(n) + 1, '\0');
   n = WideCharToMultiByte(CP_UTF8, 0, w, -1, out.data(), static_cast<int>(out.size()), nullptr, nullptr);
-  out.resize(n > 0 ? strnlen(out.c_str(), static_cast<size_t>(n)) : 0);
+  out.resize(n > 0 ? static_cast<size_t>(n) : 0);
   return out;
 }
 
-std::string host_path(char const* name) {
-  std::string s(name ? name : "");
-  for (char& c : s)
-    if (c == '\\') c = '/';
-  return s;
+// Wide text of this platform (UTF-32) to the UTF-16 units that the family's Unicode files hold.
+void wide_to_utf16(wchar_t const* w, std::u16string& out) {
+  out.clear();
+  for (; w && *w; ++w) {
+    auto c = static_cast<char32_t>(*w);
+    if (c > 0x10FFFF) c = 0xFFFD;
+    if (c >= 0x10000) {
+      c -= 0x10000;
+      out.push_back(static_cast<char16_t>(0xD800 + (c >> 10)));
+      out.push_back(static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
+    } else {
+      out.push_back(static_cast<char16_t>(c));
+    }
+  }
+}
+
+// False when the text is not UTF-8.
+bool utf8_to_utf16(char const* text, std::u16string& out) {
+  out.clear();
+  if (!text || !*text) return true;
+  int n = MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0);
+  if (n <= 0) return false;
+  std::wstring w(static_cast<size_t>(n) + 1, L'\0');
+  n = MultiByteToWideChar(CP_UTF8, 0, text, -1, w.data(), static_cast<int>(w.size()));
+  if (n <= 0) return false;
+  w.resize(static_cast<size_t>(n));
+  wide_to_utf16(w.c_str(), out);
+  return true;
+}
+
+bool write_text_file(char const* name, int encoding, void const* data, size_t unit, size_t count) {
+  FileStringA fn;
+  FILE* f = fn.fs_CreateTextFile(name, encoding);
+  if (!f) return false;
+  bool ok = count == 0 || std::fwrite(data, unit, count, f) == count;
+  return (std::fclose(f) == 0) && ok;
+}
+
+std::string system_name(char const* name) {
+  FileStringA f(name);
+  f.fs_ConvertToSystemSlash();
+  return f.c_str();
+}
+
+// Reads a whole regular file from its start into a new buffer of size + 4 zero bytes.
+long long read_whole(FILE* f, uint8_t*& buffer, BisFileIO& io) {
+  buffer = nullptr;
+  struct stat st;
+  if (fstat(fileno(f), &st) != 0 || !S_ISREG(st.st_mode) || fseeko(f, 0, SEEK_SET) != 0) return -1;
+  auto size = static_cast<uint64_t>(st.st_size);
+  uint8_t* buf = size <= SIZE_MAX - 4 ? new (std::nothrow) uint8_t[size + 4]() : nullptr;
+  if (!buf) io.io_throw(1, "\r\nhuge mode not permitted\r\n");
+  if (size && std::fread(buf, 1, size, f) != size) {
+    delete[] buf;
+    io.io_throw(1, "\r\nCannot read entire file\r\n");
+  }
+  buffer = buf;
+  return static_cast<long long>(size);
+}
+
+// Up to 16 bytes of `source` from `at` as "%02X " each, one line through the error callback of
+// `reporter`.
+void report_hex_line(BisFileIO& reporter, BisFileIO& source, uint64_t at) {
+  uint64_t size = source.io_GetFileSize();
+  uint64_t n = at < size ? std::min<uint64_t>(16, size - at) : 0;
+  uint8_t row[16];
+  uint64_t keep = source.io_GetCurrentOffset();
+  source.io_MoveTo(at);
+  source.io_ReadBlock(row, n);
+  source.io_MoveTo(keep);
+  std::string line;
+  char hex[4];
+  for (uint64_t i = 0; i < n; ++i) {
+    std::snprintf(hex, sizeof hex, "%02X ", row[i]);
+    line += hex;
+  }
+  reporter.io_callbackerr("%s\r\n", line.c_str());
+}
+
+void print_hex_row(BisFileIO& source, uint64_t at) {
+  uint64_t size = source.io_GetFileSize();
+  uint64_t n = at < size ? std::min<uint64_t>(16, size - at) : 0;
+  uint8_t row[16];
+  uint64_t keep = source.io_GetCurrentOffset();
+  source.io_MoveTo(at);
+  source.io_ReadBlock(row, n);
+  source.io_MoveTo(keep);
+  for (uint64_t i = 0; i < n; ++i) std::printf("%02X ", row[i]);
+  std::printf("\n");
 }
 }  // namespace
 
@@ -104,11 +196,8 @@ BisDLL* BisFileIO::io_GetDllParent() const { return _s->dll; }
 // ===== input =================================================================
 
 void BisFileIO::io_CloseInput() {
-  if (_s->huge) {
-    if (_s->in) std::fclose(_s->in);
-  } else if (!_s->pseudo) {
-    delete[] _s->data;
-  }
+  if (_s->in) std::fclose(_s->in);
+  if (!_s->huge && !_s->pseudo) delete[] _s->data;
   _s->in = nullptr;
   _s->data = nullptr;
   _s->huge = 0;
@@ -116,6 +205,9 @@ void BisFileIO::io_CloseInput() {
   _s->size = 0;
   _s->cursor = 0;
   _s->file_date = 0;
+  _s->stream_pos = State::kUnknown;
+  std::vector<uint8_t>().swap(_s->huge_block);
+  std::string().swap(_s->huge_text);
   _s->in_name.Clear();
 }
 
@@ -139,28 +231,43 @@ time_t BisFileIO::io_OpenFile(char const* name, char const* default_ext, int fla
   FILE* f = _s->in_name.fs_fopen("rb");
   if (!f) return 0;
   struct stat st;
-  if (fstat(fileno(f), &st) != 0 || !S_ISREG(st.st_mode)) {
+  if (fstat(fileno(f), &st) != 0) {
     std::fclose(f);
-    if (S_ISDIR(st.st_mode)) return 0;  // a folder is not a file to open
     throw "file len error";
   }
-  uint64_t size = static_cast<uint64_t>(st.st_size);
-  _s->size = size;
-  _s->cursor = 0;
+  if (S_ISDIR(st.st_mode)) {  // a folder opens as a stream here, but it is not a file to read
+    std::fclose(f);
+    return 0;
+  }
+  if (!S_ISREG(st.st_mode)) {  // pipes and devices have no length to trust
+    std::fclose(f);
+    throw "file len error";
+  }
+  auto size = static_cast<uint64_t>(st.st_size);
   uint8_t* buf = nullptr;
   if (!(flags & 2)) {
-    buf = new (std::nothrow) uint8_t[size + 4];
+    buf = size <= SIZE_MAX - 4 ? new (std::nothrow) uint8_t[size + 4] : nullptr;
     if (buf) {
+      // The body is overwritten by the read, which must deliver every byte; the 4 spare bytes
+      // make any buffer a terminated text.
       std::memset(buf + size, 0, 4);
       if (size && std::fread(buf, 1, size, f) != size) {
         delete[] buf;
         std::fclose(f);
-        _s->size = 0;
         io_throw(1, "\r\nCannot read entire file\r\n");
       }
       std::fclose(f);
-      _s->data = buf;
-    } else {
+    }
+  }
+  _s->size = size;
+  _s->cursor = 0;
+  if (buf) {
+    _s->data = buf;
+  } else {
+    _s->huge = 1;
+    _s->in = f;
+    _s->stream_pos = 0;
+    if (!(flags & 2)) {
       io_callbackerr(
           "\r\nInformation: Cannot allocate %d bytes for fread(). File is massive\r\nUsing I/O instead. "
           "Expect LOOOOOOONG processing time\r\n",
@@ -168,17 +275,13 @@ time_t BisFileIO::io_OpenFile(char const* name, char const* default_ext, int fla
       io_callbackerr("%s", "");
     }
   }
-  if (!buf) {
-    _s->huge = 1;
-    _s->in = f;
-  }
   if ((flags & 1) && !_s->huge) {
     int r = FileStringA::fs_RemoveBom(reinterpret_cast<char*>(_s->data));
-    size_t len = strnlen(reinterpret_cast<char*>(_s->data), _s->size + 4);
+    uint64_t len = strnlen(reinterpret_cast<char const*>(_s->data), size + 4);
     if (r == 1) {
-      _s->size = len;
+      _s->size = std::min(len, size);
     } else if (r == 0) {
-      if (len != _s->size) {
+      if (len != size) {  // a zero byte inside: not a text file
         io_CloseInput();
         return 0;
       }
@@ -220,34 +323,14 @@ time_t BisFileIO::io_GetOpenedFiledate() const { return _s->file_date; }
 time_t BisFileIO::io_GetFileDate(char const* name) { return FileStringA(name).fs_GetFileDate(); }
 uint64_t BisFileIO::io_GetOutSize() const {
   if (!_s->out) return 0;
-  long pos = std::ftell(_s->out);
-  std::fseek(_s->out, 0, SEEK_END);
-  long end = std::ftell(_s->out);
-  std::fseek(_s->out, pos, SEEK_SET);
-  return end < 0 ? 0 : static_cast<uint64_t>(end);
+  std::fflush(_s->out);
+  struct stat st;
+  return fstat(fileno(_s->out), &st) == 0 ? static_cast<uint64_t>(st.st_size) : 0;
 }
-
-namespace {
-long long read_whole(FILE* f, uint8_t*& buffer, BisFileIO& io) {
-  buffer = nullptr;
-  if (std::fseek(f, 0, SEEK_END) != 0) return -1;
-  long end = std::ftell(f);
-  if (end < 0) return -1;
-  std::rewind(f);
-  size_t size = static_cast<size_t>(end);
-  uint8_t* buf = new (std::nothrow) uint8_t[size + 4]();
-  if (!buf) io.io_throw(1, "\r\nhuge mode not permitted\r\n");
-  if (size && std::fread(buf, 1, size, f) != size) {
-    delete[] buf;
-    io.io_throw(1, "\r\nCannot read entire file\r\n");
-  }
-  buffer = buf;
-  return static_cast<long long>(size);
-}
-}  // namespace
 
 long long BisFileIO::io_ReadFile(char const* name, uint8_t*& buffer) {
   buffer = nullptr;
+  if (!name || !*name) return -1;
   FILE* f = FileStringA(name).fs_fopen("rb");
   if (!f) return -1;
   long long n;
@@ -264,10 +347,10 @@ long long BisFileIO::io_ReadFile(char const* name, uint8_t*& buffer) {
 long long BisFileIO::io_ReadBackWriteFile(uint8_t*& buffer) {
   buffer = nullptr;
   if (!_s->out) return -1;
-  std::fflush(_s->out);
-  long pos = std::ftell(_s->out);
+  if (std::fflush(_s->out) != 0) throw GE_CANNOT_WRITE;
+  off_t pos = ftello(_s->out);
   long long n = read_whole(_s->out, buffer, *this);
-  std::fseek(_s->out, pos, SEEK_SET);
+  if (pos >= 0) fseeko(_s->out, pos, SEEK_SET);
   return n;
 }
 
@@ -277,16 +360,29 @@ void BisFileIO::io_Require(uint64_t n) const {
   if (n > _s->size - _s->cursor) throw GE_EOF;
 }
 
-void BisFileIO::_read_raw(void* dest, uint64_t n) {
-  io_Require(n);
+void BisFileIO::_fetch(uint64_t at, void* dest, uint64_t n) {
+  if (at > _s->size || n > _s->size - at) throw GE_EOF;
   if (!n) return;
-  if (_s->huge) {
-    if (std::fseek(_s->in, static_cast<long>(_s->cursor), SEEK_SET) != 0 ||
-        std::fread(dest, 1, n, _s->in) != n)
-      throw GE_EOF;
-  } else {
-    std::memcpy(dest, _s->data + _s->cursor, n);
+  if (!_s->huge) {
+    std::memcpy(dest, _s->data + at, n);
+    return;
   }
+  if (_s->stream_pos != at) {
+    if (at > static_cast<uint64_t>(INT64_MAX) || fseeko(_s->in, static_cast<off_t>(at), SEEK_SET) != 0) {
+      _s->stream_pos = State::kUnknown;
+      throw GE_EOF;
+    }
+    _s->stream_pos = at;
+  }
+  if (std::fread(dest, 1, n, _s->in) != n) {  // the file shrank under us
+    _s->stream_pos = State::kUnknown;
+    throw GE_EOF;
+  }
+  _s->stream_pos = at + n;
+}
+
+void BisFileIO::_read_raw(void* dest, uint64_t n) {
+  _fetch(_s->cursor, dest, n);
   _s->cursor += n;
 }
 
@@ -311,6 +407,7 @@ int64_t BisFileIO::io_ReadLongLong() { return _read_le<int64_t>(); }
 float BisFileIO::io_ReadFloat() { return _read_le<float>(); }
 double BisFileIO::io_ReadDouble() { return _read_le<double>(); }
 uLongPair BisFileIO::io_ReadUlongPair() {
+  io_Require(8);
   uLongPair p;
   p.x = io_ReadUlong();
   p.y = io_ReadUlong();
@@ -328,7 +425,10 @@ XYZTransform const* BisFileIO::io_ReadXYZTransformPtr() {
 
 void BisFileIO::io_ReadBlock(void* dest, uint64_t size, uint64_t count) {
   if (count && size > UINT64_MAX / count) throw GE_EOF;
-  _read_raw(dest, size * count);
+  uint64_t n = size * count;
+  io_Require(n);
+  if (n && !dest) throw GE_CODE_BUG;
+  _read_raw(dest, n);
 }
 
 char* BisFileIO::io_ReadMime(char* buffer) {
@@ -338,33 +438,47 @@ char* BisFileIO::io_ReadMime(char* buffer) {
   return buffer;
 }
 
-char const* BisFileIO::io_ReadAsciiz() {
-  if (_s->huge) {
-    // A stream has no buffer to point into: keep the copy in the scratch string.
-    std::string s;
-    io_ReadAsciizHuge(s);
-    _s->scratch.str_MemDup(s.data(), s.size());
-    return _s->scratch.c_str();
+uint64_t BisFileIO::_asciiz_length() {
+  uint64_t left = io_RemainingBytes();
+  if (!_s->huge) {
+    if (!left) throw GE_EOF;
+    size_t len = strnlen(reinterpret_cast<char const*>(_s->data + _s->cursor), left);
+    if (len == left) throw GE_EOF;  // no terminator before the end of the input
+    return len;
   }
-  if (_s->cursor >= _s->size) throw GE_EOF;
-  auto* start = reinterpret_cast<char const*>(_s->data + _s->cursor);
-  size_t len = strnlen(start, _s->size - _s->cursor);
-  if (len == _s->size - _s->cursor) throw GE_EOF;  // no terminator before the end
+  char chunk[4096];
+  for (uint64_t len = 0; len < left;) {
+    uint64_t n = std::min<uint64_t>(sizeof chunk, left - len);
+    _fetch(_s->cursor + len, chunk, n);
+    if (void const* z = std::memchr(chunk, 0, n)) return len + static_cast<uint64_t>(static_cast<char const*>(z) - chunk);
+    len += n;
+  }
+  throw GE_EOF;
+}
+
+char const* BisFileIO::io_ReadAsciiz() {
+  uint64_t len = _asciiz_length();
+  if (!_s->huge) {
+    auto* start = reinterpret_cast<char const*>(_s->data + _s->cursor);
+    _s->cursor += len + 1;
+    return start;
+  }
+  // A stream has no buffer to point into: hand out a copy.
+  try {
+    _s->huge_text.resize(len);
+  } catch (std::bad_alloc const&) {
+    throw GE_NO_MEMORY;
+  }
+  _fetch(_s->cursor, _s->huge_text.data(), len);
   _s->cursor += len + 1;
-  return start;
+  return _s->huge_text.c_str();
 }
 
 void BisFileIO::io_ReadAsciizHuge(std::string& out) {
-  out.clear();
-  if (!_s->huge) {
-    out = io_ReadAsciiz();
-    return;
-  }
-  for (;;) {
-    int c = io_ReadByte();
-    if (!c) break;
-    out.push_back(static_cast<char>(c));
-  }
+  uint64_t len = _asciiz_length();
+  out.resize(len);
+  _fetch(_s->cursor, out.data(), len);
+  _s->cursor += len + 1;
 }
 
 // ===== cursor ================================================================
@@ -376,13 +490,23 @@ uint8_t* BisFileIO::io_GetAddress() const {
 
 uint8_t* BisFileIO::io_GetAddressAndUpdate(uint64_t n) {
   io_Require(n);
-  uint8_t* p = io_GetAddress();
-  _s->cursor += n;
-  return p;
+  if (!_s->huge) {
+    uint8_t* p = io_GetAddress();
+    _s->cursor += n;
+    return p;
+  }
+  try {
+    _s->huge_block.resize(n);
+  } catch (std::bad_alloc const&) {
+    throw GE_NO_MEMORY;
+  }
+  _read_raw(_s->huge_block.data(), n);
+  return _s->huge_block.data();
 }
 
 void BisFileIO::io_AddOffset(int64_t delta) {
   if (delta < 0) {
+    // -(delta + 1) + 1 is the magnitude, also for the most negative delta
     if (static_cast<uint64_t>(-(delta + 1)) + 1 > _s->cursor) throw GE_EOF;
   } else {
     io_Require(static_cast<uint64_t>(delta));
@@ -404,20 +528,27 @@ uint64_t BisFileIO::io_BytesUsed(void const* pointer) const {
 uint64_t BisFileIO::io_MoveTo(uint64_t offset, int output) {
   if (output) {
     if (!_s->out) throw GE_CANNOT_WRITE;
-    long old = std::ftell(_s->out);
-    if (offset > LONG_MAX || std::fseek(_s->out, static_cast<long>(offset), SEEK_SET) != 0) throw GE_CANNOT_WRITE;
-    return static_cast<uint64_t>(old);
+    off_t old = ftello(_s->out);
+    if (offset > static_cast<uint64_t>(INT64_MAX) || fseeko(_s->out, static_cast<off_t>(offset), SEEK_SET) != 0)
+      throw GE_CANNOT_WRITE;
+    return old < 0 ? 0 : static_cast<uint64_t>(old);
   }
   if (offset > _s->size) throw GE_EOF;
   uint64_t old = _s->cursor;
-  if (_s->huge && std::fseek(_s->in, static_cast<long>(offset), SEEK_SET) != 0) throw GE_EOF;
+  if (_s->huge && _s->stream_pos != offset) {
+    if (fseeko(_s->in, static_cast<off_t>(offset), SEEK_SET) != 0) {
+      _s->stream_pos = State::kUnknown;
+      throw GE_EOF;
+    }
+    _s->stream_pos = offset;
+  }
   _s->cursor = offset;
   return old;
 }
 
 uint64_t BisFileIO::io_GetCurrentOffset(int output) const {
   if (output) {
-    long p = _s->out ? std::ftell(_s->out) : 0;
+    off_t p = _s->out ? ftello(_s->out) : 0;
     return p < 0 ? 0 : static_cast<uint64_t>(p);
   }
   return _s->cursor;
@@ -433,8 +564,11 @@ void BisFileIO::io_test_val(float v, char const* name) {
 }
 
 void BisFileIO::io_read(float* v, char const* name) {
-  *v = io_ReadFloat();
-  if (name) io_test_val(*v, name);
+  // Test the bits as read: a float passed by value could have its NaN payload altered.
+  BisFunion u;
+  u.u = io_ReadUlong();
+  std::memcpy(v, &u.u, sizeof *v);
+  if (name && u.IsFaulty() != 0) io_throw(1, "%s is not a float\r\n", name);
 }
 
 void BisFileIO::io_read(XYZTriplet* v, char const* name) {
@@ -478,7 +612,8 @@ int BisFileIO::io_BufIsRaPified(void const* bytes) {
 
 int BisFileIO::io_FileIsRaPified(char const* name) {
   BisFileIO tmp(_s->dll);
-  if (!tmp.io_OpenFile(name) || tmp.io_GetFileSize() < 4) return -1;
+  // The memory buffer of any file has at least 4 readable bytes (the spare zeros).
+  if (!tmp.io_OpenFile(name) || tmp.io_IsHuge()) return -1;
   return io_BufIsRaPified(tmp.io_GetRawData());
 }
 
@@ -490,7 +625,8 @@ int BisFileIO::io_CreateFile(char const* name, char const* default_ext) {
   _s->out_name.fs_AddExt(default_ext);
   _s->out = _s->out_name.fs_fopen("w+b");
   if (!_s->out) {
-    io_throw(0, "%s: '%s'\r\n", _s->out_name.c_str(), std::strerror(errno));
+    int e = errno;
+    io_throw(0, "%s: '%s'\r\n", _s->out_name.c_str(), std::strerror(e));
     return 0;
   }
   return 1;
@@ -544,6 +680,7 @@ void BisFileIO::io_WriteAsciiz(char const* text, int mode) {
       io_WriteBlock(text, n, 1);
       break;
     case 2:
+      if (n > UINT32_MAX) throw GE_CANNOT_WRITE;
       io_WriteUlong(static_cast<uint32_t>(n));
       io_WriteBlock(text, n, 1);
       break;
@@ -553,42 +690,35 @@ void BisFileIO::io_WriteAsciiz(char const* text, int mode) {
 }
 
 bool BisFileIO::io_write_file(char const* name, char const* text, int encoding) {
-  FileStringA fn;
-  FILE* f = fn.fs_CreateTextFile(name, encoding);
-  if (!f) return false;
-  bool ok;
   if (!text) text = "";
   if (encoding == 2) {
-    // Wide output is UTF-16, the form the family's Unicode text files take.
-    std::vector<char16_t> units;
-    std::wstring w;
-    int n = MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0);
-    w.resize(n > 0 ? static_cast<size_t>(n) + 1 : 1);
-    n = MultiByteToWideChar(CP_UTF8, 0, text, -1, w.data(), static_cast<int>(w.size()));
-    for (int i = 0; i < n && w[static_cast<size_t>(i)]; ++i) {
-      char32_t c = static_cast<char32_t>(w[static_cast<size_t>(i)]);
-      if (c >= 0x10000) {
-        c -= 0x10000;
-        units.push_back(static_cast<char16_t>(0xD800 + (c >> 10)));
-        units.push_back(static_cast<char16_t>(0xDC00 + (c & 0x3FF)));
-      } else {
-        units.push_back(static_cast<char16_t>(c));
-      }
-    }
-    ok = std::fwrite(units.data(), 2, units.size(), f) == units.size();
-  } else {
-    size_t n = std::strlen(text);
-    ok = std::fwrite(text, 1, n, f) == n;
+    std::u16string units;
+    if (!utf8_to_utf16(text, units)) return false;
+    return write_text_file(name, encoding, units.data(), 2, units.size());
   }
-  ok = (std::fclose(f) == 0) && ok;
-  return ok;
+  return write_text_file(name, encoding, text, 1, std::strlen(text));
 }
 
 bool BisFileIO::io_write_file(char const* name, wchar_t const* text, int encoding) {
-  return io_write_file(name, to_utf8(text).c_str(), encoding);
+  if (encoding == 2) {
+    std::u16string units;
+    wide_to_utf16(text, units);
+    return write_text_file(name, encoding, units.data(), 2, units.size());
+  }
+  std::string bytes = to_utf8(text);
+  return write_text_file(name, encoding, bytes.data(), 1, bytes.size());
+}
+
+bool BisFileIO::io_write_file(wchar_t const* name, char const* text, int encoding) {
+  return io_write_file(to_utf8(name).c_str(), text, encoding);
+}
+
+bool BisFileIO::io_write_file(wchar_t const* name, wchar_t const* text, int encoding) {
+  return io_write_file(to_utf8(name).c_str(), text, encoding);
 }
 
 bool BisFileIO::io_write_file(char const* name, void const* bytes, uint64_t count) {
+  if (count && !bytes) return false;
   FILE* f = FileStringA(name).fs_fopen("wb");
   if (!f) return false;
   bool ok = count == 0 || std::fwrite(bytes, 1, count, f) == count;
@@ -597,15 +727,15 @@ bool BisFileIO::io_write_file(char const* name, void const* bytes, uint64_t coun
 }
 
 char const* BisFileIO::io_MakeFilename(char const* name, char const* ext) {
-  _s->scratch = name;
   FileStringA f(name);
   f.fs_ReplaceExt(ext);
-  _s->scratch = f.c_str();
-  return _s->scratch.c_str();
+  _s->made_name = f.c_str();
+  return _s->made_name.c_str();
 }
 
 int BisFileIO::io_random(int low, int high) {
-  return low + static_cast<int>((high - low) * static_cast<double>(std::rand()) * 4.656612873077393e-10);
+  double span = static_cast<double>(high) - static_cast<double>(low);
+  return low + static_cast<int>(span * static_cast<double>(std::rand()) * 4.656612873077393e-10);
 }
 
 // ===== messages ==============================================================
@@ -613,16 +743,16 @@ int BisFileIO::io_random(int low, int high) {
 void BisFileIO::io_vcallback(bool error, char const* format, va_list ap) {
   std::string text = vformat(format, ap);
   std::string out;
-  out.reserve(text.size() + 16 + 4 * static_cast<size_t>(_s->indent > 0 ? _s->indent : 0));
-  if (_s->indent >= 1 && !_s->line_continues)
-    for (int i = 0; i < _s->indent; ++i) out += "    ";
+  size_t levels = _s->indent > 0 && !_s->line_continues ? static_cast<size_t>(_s->indent) : 0;
+  out.reserve(text.size() + text.size() / 8 + 4 * levels);
+  for (size_t i = 0; i < levels; ++i) out += "    ";
   for (size_t i = 0; i < text.size(); ++i) {
     if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) out += '\r';
     out += text[i];
   }
   if (_s->indent != 0 && !text.empty()) _s->line_continues = text.back() != '\n';
   BisCallback cb = error ? _s->err : _s->msg;
-  cb("%s", out.c_str());
+  cb("%s", out.c_str());  // already formatted: a '%' in the text must reach the caller unchanged
 }
 
 void BisFileIO::io_callback(char const* format, ...) {
@@ -644,8 +774,8 @@ void BisFileIO::io_set_msg_indent(int delta, char const* text) {
     if (text) io_callback("%s", text);
     _s->indent += delta;
   } else if (delta < 0) {
+    // Not clamped: an unbalanced pair must not shift every later level.
     _s->indent += delta;
-    if (_s->indent < 0) _s->indent = 0;
     if (text) io_callback("%s", text);
   } else {
     _s->indent = 0;
@@ -665,7 +795,7 @@ void BisFileIO::io_throw(int code, char const* format, ...) {
 
 void BisFileIO::io_SetStdioCallBack(BisCallback cb) {
   _s->msg = cb ? cb : bis_default_callback;
-  if (_s->err == bis_default_callback || !_s->err) _s->err = _s->msg;
+  if (!_s->err || _s->err == bis_default_callback) _s->err = _s->msg;
 }
 
 void BisFileIO::io_SetErrCallBack(BisCallback cb) { _s->err = cb ? cb : bis_default_callback; }
@@ -680,80 +810,83 @@ bool BisFileIO::io_get_warnings_are_errors() const { return _s->warnings_are_err
 
 void BisFileIO::io_Banner(GenString& text, char const* title, time_t file_time) {
   static constexpr char slashes[] =
-      "////////////////////////////////////////////////////////////////////";  // 68
+      "////////////////////////////////////////////////////////////////////";
+  static_assert(sizeof slashes - 1 == 68);
   text.Clear();
   text.str_Add("%s\r\n", slashes);
   text.str_Add("//%s\r\n", title ? title : "");
   text.str_Add("//Produced from ostrel's Tools Dll version %s\r\n", BisDLL::dll_GetVersionStr());
   if (file_time != static_cast<time_t>(-1)) {
+    // ctime's layout; a year beyond four digits (or a failed conversion) is not 24 characters.
+    auto stamp = [](time_t t, char (&buf)[25]) -> bool {
+      tm tmv{};
+      if (!localtime_r(&t, &tmv)) return false;
+      return std::strftime(buf, sizeof buf, "%a %b %d %H:%M:%S %Y", &tmv) == 24;
+    };
     char now_text[25] = {0}, file_text[25] = {0};
-    time_t now = std::time(nullptr);
-    tm tmv{};
-    size_t n1 = localtime_r(&now, &tmv) ? std::strftime(now_text, sizeof now_text, "%a %b %d %H:%M:%S %Y", &tmv) : 0;
-    size_t n2 = localtime_r(&file_time, &tmv)
-                    ? std::strftime(file_text, sizeof file_text, "%a %b %d %H:%M:%S %Y", &tmv)
-                    : 0;
-    text.str_Add("//'now' is %s : 'file' last modified on %s\r\n", n1 == 24 ? now_text : "now date error",
-                 n2 == 24 ? file_text : "file date error");
+    bool now_ok = stamp(std::time(nullptr), now_text);
+    bool file_ok = stamp(file_time, file_text);
+    text.str_Add("//'now' is %s : 'file' last modified on %s\r\n", now_ok ? now_text : "now date error",
+                 file_ok ? file_text : "file date error");
   }
   text.str_Add("//%s\r\n", kVendrakDownloadAddress);
   text.str_Add("%s\r\n\r\n", slashes);
 }
 
+uint64_t BisFileIO::_first_mismatch(BisFileIO& other, uint64_t length) {
+  constexpr uint64_t kChunk = 64 * 1024;
+  std::vector<uint8_t> a, b;
+  bool in_memory = !_s->huge && !other._s->huge;
+  if (!in_memory) {
+    a.resize(kChunk);
+    b.resize(kChunk);
+  }
+  for (uint64_t at = 0; at < length;) {
+    uint64_t n = std::min(kChunk, length - at);
+    uint8_t const* pa;
+    uint8_t const* pb;
+    if (in_memory) {
+      pa = _s->data + at;
+      pb = other._s->data + at;
+    } else {
+      _fetch(at, a.data(), n);
+      other._fetch(at, b.data(), n);
+      pa = a.data();
+      pb = b.data();
+    }
+    if (std::memcmp(pa, pb, n) != 0) return at + static_cast<uint64_t>(std::mismatch(pa, pa + n, pb).first - pa);
+    at += n;
+  }
+  return length;
+}
+
 int BisFileIO::io_FileCompare(BisFileIO& other, int compare_data) {
   uint64_t a = io_GetFileSize(), b = other.io_GetFileSize();
-  auto byte_at = [](BisFileIO& io, uint64_t off) {
-    io.io_MoveTo(off);
-    return io.io_ReadByte();
-  };
   if (a != b) {
     uint64_t diff = a > b ? a - b : b - a;
     io_callbackerr("\r\nFile sizes not same. Original is %s by %d bytes\r\n\r\n", a > b ? "larger" : "smaller",
                    static_cast<int>(diff));
-    uint64_t shorter = a < b ? a : b, at = shorter;
-    for (uint64_t i = 0; i < shorter; ++i)
-      if (byte_at(*this, i) != byte_at(other, i)) {
-        at = i;
-        break;
-      }
+    uint64_t shorter = std::min(a, b);
+    uint64_t at = _first_mismatch(other, shorter);
     if (at == shorter) return 0;
     std::printf("Orig size  %04zX\n", static_cast<size_t>(a));
     std::printf("New  size  %04zX\n", static_cast<size_t>(b));
     std::printf("Mismatch@  %04zX\n", static_cast<size_t>(at));
     std::printf("\n");
-    for (uint64_t i = at; i < at + 16 && i < a; ++i) std::printf("%02X ", byte_at(*this, i));
-    std::printf("\n");
-    for (uint64_t i = at; i < at + 16 && i < b; ++i) std::printf("%02X ", byte_at(other, i));
-    std::printf("\n");
+    print_hex_row(*this, at);
+    print_hex_row(other, at);
+    std::fflush(stdout);
     return 0;
   }
   if (!compare_data) return 1;
-  uint64_t at = a;
-  if (!_s->huge && !other._s->huge) {
-    if (a == 0 || std::memcmp(_s->data, other._s->data, a) == 0) return 1;
-    for (uint64_t i = 0; i < a; ++i)
-      if (_s->data[i] != other._s->data[i]) {
-        at = i;
-        break;
-      }
-  } else {
-    for (uint64_t i = 0; i < a; ++i)
-      if (byte_at(*this, i) != byte_at(other, i)) {
-        at = i;
-        break;
-      }
-    if (at == a) return 1;
-  }
+  uint64_t at = _first_mismatch(other, a);
+  if (at == a) return 1;
   io_callbackerr("\r\nFile data not same\r\n");
   io_Rewind();
   other.io_Rewind();
   io_callbackerr("offset %d (0x%X)\r\n", static_cast<int>(at), static_cast<unsigned>(at));
-  for (uint64_t i = at; i < at + 16 && i < a; ++i) io_callbackerr("%02X ", byte_at(*this, i));
-  io_callbackerr("\r\n");
-  for (uint64_t i = at; i < at + 16 && i < b; ++i) io_callbackerr("%02X ", byte_at(other, i));
-  io_callbackerr("\r\n");
-  io_Rewind();
-  other.io_Rewind();
+  report_hex_line(*this, *this, at);
+  report_hex_line(*this, other, at);
   return 0;
 }
 
@@ -765,14 +898,17 @@ int BisFileIO::io_CreateFolders(char const* path) {
   p.fs_ConvertToSystemSlash();
   std::string rest = p.fs_GetNoHardPath();
   if (rest.empty()) return 0;
-  if (FileStringA(rest.c_str()).fs_FolderExists()) return 1;
-  for (size_t i = 0; i < rest.size(); ++i) {
-    if (rest[i] != '/' || i == 0) continue;
+  struct stat st;
+  if (::stat(rest.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return 1;
+  // Only components followed by a separator are made: a file path yields the folders that will
+  // hold the file.
+  for (size_t i = 1; i < rest.size(); ++i) {
+    if (rest[i] != '/' || rest[i - 1] == '/') continue;
     std::string prefix = rest.substr(0, i);
-    struct stat st;
     if (::stat(prefix.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) continue;
-    if (FileStringA(prefix.c_str()).fs_mkdir() != 0 && errno != EEXIST) {
-      io_callbackerr("%s\r\n%s\r\n", std::strerror(errno), path);
+    if (::mkdir(prefix.c_str(), 0777) != 0) {
+      int e = errno;
+      io_callbackerr("%s\r\n%s\r\n", std::strerror(e), path);
       return 0;
     }
   }
@@ -780,25 +916,44 @@ int BisFileIO::io_CreateFolders(char const* path) {
 }
 
 int BisFileIO::io_mkdir(char const* folder) {
-  std::string f = host_path(folder);
+  FileStringA f(folder);
+  f.fs_ConvertToSystemSlash();
   std::error_code ec;
-  if (!f.empty() && fs::is_directory(f, ec)) return 1;
-  if (f.empty() || (fs::create_directories(f, ec), ec) || !fs::is_directory(f, ec)) {
-    FileStringA q(folder);
-    io_callbackerr("mkdir::cannot make folder(s) %s\r\n", q.fs_QuoteFile());
+  if (!f.str_IsEmpty() && fs::is_directory(f.c_str(), ec)) return 1;
+  bool made = false;
+  if (!f.str_IsEmpty()) {
+    fs::create_directories(f.c_str(), ec);
+    made = !ec && fs::is_directory(f.c_str(), ec);
+  }
+  if (!made) {
+    io_callbackerr("mkdir::cannot make folder(s) %s\r\n", f.fs_QuoteFile());
     return 0;
   }
   return 1;
 }
 
 int BisFileIO::io_rmdir(char const* folder) {
-  std::string f = host_path(folder);
+  FileStringA f(folder);
+  f.fs_ConvertToSystemSlash();
+  std::string name = f.c_str();
+  while (name.size() > 1 && name.back() == '/') name.pop_back();  // so that a link is seen as a link
+  if (name.empty()) return 1;
+  fs::path p(name);
   std::error_code ec;
-  if (f.empty() || !fs::exists(fs::symlink_status(f, ec))) return 1;
-  fs::remove_all(f, ec);
+  fs::file_status st = fs::symlink_status(p, ec);
+  if (fs::is_symlink(st)) {
+    // A link to a folder goes, never what it points at; a link to anything else is no folder.
+    if (!fs::is_directory(fs::status(p, ec))) return 1;
+    fs::remove(p, ec);
+  } else if (!fs::is_directory(st)) {
+    return 1;
+  } else if (!p.has_relative_path()) {
+    ec = std::make_error_code(std::errc::operation_not_permitted);  // never the root of a file system
+  } else {
+    fs::remove_all(p, ec);
+  }
   if (ec) {
-    FileStringA q(folder);
-    io_callbackerr("\r\ncannot remove one or all of folder(s) %s\r\n", q.fs_QuoteFile());
+    io_callbackerr("\r\ncannot remove one or all of folder(s) %s\r\n", f.fs_QuoteFile());
     io_callbackerr("%s\r\n", ec.message().c_str());
     return 0;
   }
@@ -806,9 +961,31 @@ int BisFileIO::io_rmdir(char const* folder) {
 }
 
 int BisFileIO::io_copy_folder(char const* from, char const* to) {
-  if (!io_rmdir(to) || !io_mkdir(to)) return 0;
+  fs::path src(system_name(from)), dst(system_name(to));
   std::error_code ec;
-  fs::copy(host_path(from), host_path(to), fs::copy_options::recursive, ec);
+  if (src.empty() || dst.empty() || !fs::is_directory(src, ec)) return 0;
+  // One folder inside the other (or both the same) would copy without end, or removing the
+  // target would take the source with it.
+  fs::path cs = fs::weakly_canonical(src, ec), cd = fs::weakly_canonical(dst, ec);
+  if (ec) return 0;
+  auto inside = [](fs::path const& inner, fs::path const& outer) {
+    auto r = inner.lexically_relative(outer);
+    return !r.empty() && *r.begin() != "..";
+  };
+  if (inside(cd, cs) || inside(cs, cd)) {
+    io_callbackerr("Cannot perform a cyclic copy\r\n");
+    return 0;
+  }
+  if (!io_rmdir(to) || !io_mkdir(to)) return 0;
+  // Files of every subfolder; folders are made as their files need them, so empty ones are not
+  // copied.
+  fs::recursive_directory_iterator it(src, ec), end;
+  for (; !ec && it != end; it.increment(ec)) {
+    if (!it->is_regular_file(ec)) continue;
+    fs::path target = dst / it->path().lexically_relative(src);
+    fs::create_directories(target.parent_path(), ec);
+    if (!ec) fs::copy_file(it->path(), target, fs::copy_options::overwrite_existing, ec);
+  }
   return ec ? 0 : 1;
 }
 
@@ -824,9 +1001,11 @@ int BisFileIO::io_Rename(char const* from, char const* to) {
     t = folder.c_str();
   }
   if (std::strcmp(f.c_str(), t.c_str()) == 0) return 0;
+  // A rename that changes only letter case must not delete its own source first.
   if (strcasecmp(f.c_str(), t.c_str()) != 0) ::unlink(t.c_str());
   if (std::rename(f.c_str(), t.c_str()) != 0) {
-    io_callbackerr("Rename failed with %s\r\nFrom='%s' To= '%s'\r\n", std::strerror(errno), f.c_str(), t.c_str());
+    int e = errno;
+    io_callbackerr("Rename failed with %s\r\nFrom='%s' To= '%s'\r\n", std::strerror(e), f.c_str(), t.c_str());
     return -1;
   }
   return 1;
@@ -845,12 +1024,23 @@ int BisFileIO::io_system_quotes(char const* command) {
   return g_shell_runner(line.c_str());
 }
 
+int BisFileIO::io_system_quotes(wchar_t const* command) { return io_system_quotes(to_utf8(command).c_str()); }
+
+int BisFileIO::_run_command(std::string command, int mode, char const* log) {
+  if (log && *log) {
+    if (mode == 1) command += std::string(" 1>> ") + log;
+    if (mode == 2) command += std::string(" 2>> ") + log;
+    if (mode == 3) command += std::string(" 1>> ") + log + " 2>&1";
+  }
+  return io_system_quotes(command.c_str());
+}
+
 int BisFileIO::io_system(char const* format, ...) {
   va_list ap;
   va_start(ap, format);
   std::string cmd = vformat(format, ap);
   va_end(ap);
-  return io_system_quotes(cmd.c_str());
+  return _run_command(std::move(cmd), 0, nullptr);
 }
 
 int BisFileIO::io_system(int mode, char const* log, char const* format, ...) {
@@ -858,12 +1048,7 @@ int BisFileIO::io_system(int mode, char const* log, char const* format, ...) {
   va_start(ap, format);
   std::string cmd = vformat(format, ap);
   va_end(ap);
-  if (log && *log) {
-    if (mode == 1) cmd += std::string(" 1>> ") + log;
-    if (mode == 2) cmd += std::string(" 2>> ") + log;
-    if (mode == 3) cmd += std::string(" 1>> ") + log + " 2>&1";
-  }
-  return io_system_quotes(cmd.c_str());
+  return _run_command(std::move(cmd), mode, log);
 }
 
 int BisFileIO::io_sys_both(char const* log, char const* format, ...) {
@@ -871,7 +1056,7 @@ int BisFileIO::io_sys_both(char const* log, char const* format, ...) {
   va_start(ap, format);
   std::string cmd = vformat(format, ap);
   va_end(ap);
-  return io_system(3, log, "%s", cmd.c_str());
+  return _run_command(std::move(cmd), 3, log);
 }
 
 int BisFileIO::io_CreateFolders(wchar_t const* path) { return io_CreateFolders(to_utf8(path).c_str()); }

@@ -49,11 +49,16 @@ class BisFileIO {
   uint64_t io_GetOutSize() const;
 
   // Whole files, independent of the open input. The buffer (size + 4 zero bytes) is the caller's,
-  // released with delete[]. Returns the size or -1.
+  // released with delete[]. Returns the size, or -1 when there is no regular file to read.
   long long io_ReadFile(char const* name, uint8_t*& buffer);
   long long io_ReadBackWriteFile(uint8_t*& buffer);
 
   // ---- reads --------------------------------------------------------------
+  // Every read is bounded by the input size and throws Generic_Errors 1 before it would cross it.
+  // The pointer reads (triplets, transforms, io_GetAddressAndUpdate, io_ReadAsciiz) point into the
+  // memory buffer, valid while the input stays open; such a pointer need not be aligned, so copy
+  // the values out (std::memcpy) rather than dereference a struct pointer. In huge mode they point
+  // into a scratch copy that the next pointer read replaces (asciiz texts have their own copy).
   int io_ReadByte();
   int16_t io_ReadShort();
   uint16_t io_ReadUshort();
@@ -116,6 +121,8 @@ class BisFileIO {
   void io_WriteAsciiz(char const* text, int mode = 0);
   bool io_write_file(char const* name, char const* text, int encoding = 0);
   bool io_write_file(char const* name, wchar_t const* text, int encoding = 2);
+  bool io_write_file(wchar_t const* name, char const* text, int encoding = 0);
+  bool io_write_file(wchar_t const* name, wchar_t const* text, int encoding = 2);
   bool io_write_file(char const* name, void const* bytes, uint64_t count);
   char const* io_MakeFilename(char const* name, char const* ext);
   static int io_random(int low, int high);
@@ -150,14 +157,17 @@ class BisFileIO {
   int io_system(int mode, char const* log, char const* format, ...) __attribute__((format(printf, 4, 5)));
   int io_sys_both(char const* log, char const* format, ...) __attribute__((format(printf, 3, 4)));
   int io_system_quotes(char const* command);
+  int io_system_quotes(wchar_t const* command);
   int io_CreateFolders(wchar_t const* path);
   int io_mkdir(wchar_t const* folder);
   int io_rmdir(wchar_t const* folder);
   int io_copy_folder(wchar_t const* from, wchar_t const* to);
   int io_Rename(wchar_t const* from, wchar_t const* to);
 
-  // The shell hook that io_system_quotes hands its command line to. The default runs system();
-  // tests replace it to see exactly what would run.
+  // The shell hook that io_system_quotes hands its command line (the command wrapped in one pair of
+  // double quotes) to. The default unwraps the quotes, as a Windows command interpreter does, and
+  // runs the command with system(); tests replace it to see exactly what would run. Returns the
+  // previous runner; null restores the default.
   using ShellRunner = int (*)(char const* command_line);
   static ShellRunner io_SetShellRunner(ShellRunner runner);
 
@@ -165,7 +175,11 @@ class BisFileIO {
   struct State;
   State* _s;
   void _ioCommonInit();
+  void _fetch(uint64_t at, void* dest, uint64_t n);
   void _read_raw(void* dest, uint64_t n);
+  uint64_t _asciiz_length();
+  uint64_t _first_mismatch(BisFileIO& other, uint64_t length);
+  int _run_command(std::string command, int mode, char const* log);
   void _write_raw(void const* data, uint64_t n);
   template <class T>
   T _read_le();

@@ -31,3 +31,7 @@ int64_t cmp_Expand(CompressionEngine& engine, void const* source, uint64_t sourc
 
 // Compresses into the engine's buffer; returns the compressed size, or -1.
 int64_t cmp_Compress(CompressionEngine& engine, void const* source, uint64_t size, CompressType type);
+
+// The most bytes that `source_size` bytes coded with `type` can expand to: an expanded size above
+// this cannot be honest, so callers check it before allocating for a size read from a file.
+uint64_t cmp_ExpandLimit(uint64_t source_size, CompressType type);

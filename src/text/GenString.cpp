@@ -7,10 +7,15 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cmath>
 #include <new>
+#include <string>
 #include <utility>
 
+#include "anim/XYZTriplet.h"
 #include "core/Generic_Errors.h"
+#include "io/BisFileIO.h"
+#include "io/BisFunion.h"
 
 GenString::GenString(char const* text) { str_dup(text); }
 
@@ -253,3 +258,211 @@ char const* GenString::str_GetNextLine(GenString& line) {
   if (_unprocessed > 0) --_unprocessed;
   return line.c_str();
 }
+
+// ===== numbers as text =========================================================
+
+namespace {
+
+// Widens a two-digit exponent to three digits (1.5e-05 -> 1.5e-005), the form the family's own
+// tools write. The sign looked at is the first '+', else the first '-': a negative number with a
+// negative exponent therefore keeps its two digits, which older files show and readers expect.
+void widen_exponent(GenString& s) {
+  char const* t = s.c_str();
+  char const* sign = std::strchr(t, '+');
+  if (!sign) sign = std::strchr(t, '-');
+  if (!sign || std::strlen(sign + 1) != 2) return;
+  GenString out;
+  out.str_ncat(t, static_cast<size_t>(sign - t) + 1);
+  out.str_Add("%03d", std::atoi(sign + 1));
+  s = std::move(out);
+}
+
+// Removes trailing zeros behind the point, keeping one digit after it (2.500 -> 2.5, 2.000 -> 2.0).
+void strip_zeros(GenString& s) {
+  char* t = s.str_GetBuffer();
+  char* point = std::strchr(t, '.');
+  if (!point) return;
+  size_t n = std::strlen(t);
+  char* keep = point + 2 <= t + n ? point + 2 : t + n;  // at least one digit after the point
+  char* end = t + n;
+  while (end > keep && end[-1] == '0') --end;
+  *end = 0;
+}
+
+void post_process(GenString& s, bool integers_allowed) {
+  char const* t = s.c_str();
+  bool has_e = std::strchr(t, 'e') != nullptr;
+  bool has_point = std::strchr(t, '.') != nullptr;
+  if (!has_e && !has_point) {
+    if (!integers_allowed) s.str_cat(".0");
+  } else if (!has_e) {
+    strip_zeros(s);
+  } else {
+    widen_exponent(s);
+  }
+}
+
+// The shortest %.pg (p from `from` to 21) whose text reads back, through strtod narrowed to float,
+// as the identical float. False when none does.
+bool shortest_float(GenString& s, float value, int from) {
+  for (int p = from; p <= 21; ++p) {
+    s.Format("%.*g", p, static_cast<double>(value));
+    float back = static_cast<float>(std::strtod(s.c_str(), nullptr));
+    if (std::memcmp(&back, &value, sizeof value) == 0) return true;
+  }
+  return false;
+}
+
+bool shortest_double_g(GenString& s, double value) {
+  for (int p = 1; p <= 21; ++p) {
+    s.Format("%.*g", p, value);
+    double back = std::strtod(s.c_str(), nullptr);
+    if (std::memcmp(&back, &value, sizeof value) == 0) return true;
+  }
+  return false;
+}
+
+}  // namespace
+
+char const* GenString::str_FloatToStr(float value, bool integers_allowed) {
+  switch (BisFunion::IsFaulty(value)) {
+    case 1:
+      std::fputs("Warning: NAN detected\n", stderr);
+      str_dup("0.0/*NAN*/");
+      return c_str();
+    case 2:
+      std::fputs("Warning: Infinity detected\n", stderr);
+      str_dup("-0.0/*INFINITY*/");  // the same text for either sign, as readers expect
+      return c_str();
+    case -1: {
+      // Denormals and the smallest normals are flagged so that a reader sees them. Plain %g keeps
+      // six digits, too few for some of them: then the shortest exact precision is used instead,
+      // so that the text still reads back to the same bits.
+      Format("%g", static_cast<double>(value));
+      float back = static_cast<float>(std::strtod(c_str(), nullptr));
+      if (std::memcmp(&back, &value, sizeof value) != 0 && !shortest_float(*this, value, 7))
+        throw "Warning: exact float match not found\n";
+      str_cat("/*#DEN*/");
+      std::fprintf(stderr, "Warning: Denormalized number %s\n", c_str());
+      break;
+    }
+    default:
+      if (!shortest_float(*this, value, 6)) throw "Warning: exact float match not found\n";
+      break;
+  }
+  post_process(*this, integers_allowed);
+  return c_str();
+}
+
+char const* GenString::str_FloatToStr(double value, bool integers_allowed) {
+  if (std::isnan(value)) {
+    std::fputs("Warning: NAN detected\n", stderr);
+    str_dup("0.0/*NAN*/");
+    return c_str();
+  }
+  if (std::fabs(value) > 1.7976931348623157e308) {
+    std::fputs("Warning: Infinity detected\n", stderr);
+    str_dup("-0.0/*INFINITY*/");
+    return c_str();
+  }
+  for (int p = 1; p <= 21; ++p) {
+    Format("%.*f", p, value);
+    double back = std::strtod(c_str(), nullptr);
+    if (std::memcmp(&back, &value, sizeof value) == 0) {
+      if (!std::strchr(c_str(), '.')) str_cat(".0");
+      strip_zeros(*this);
+      return c_str();
+    }
+  }
+  // Fixed point with 21 decimals cannot hold a small magnitude (1e-30 would print as 0.0): write
+  // the shortest exact exponent form rather than lose the value.
+  if (shortest_double_g(*this, value)) {
+    post_process(*this, integers_allowed);
+    return c_str();
+  }
+  std::fputs("Warning: exact float match not found\r\n", stderr);
+  Format("%.*f", 21, value);
+  strip_zeros(*this);
+  return c_str();
+}
+
+char const* GenString::str_FloatToStr(XYZTriplet const& value, bool integers_allowed) {
+  GenString x, y, z;
+  x.str_FloatToStr(value.x, integers_allowed);
+  y.str_FloatToStr(value.y, integers_allowed);
+  z.str_FloatToStr(value.z, integers_allowed);
+  Format("%s,%s,%s", x.c_str(), y.c_str(), z.c_str());
+  return c_str();
+}
+
+// ===== strings as files store them ============================================
+
+void GenString::str_Read(BisFileIO& io, int count) {
+  if (count == 0) {
+    if (io.io_IsHuge()) {
+      std::string s;
+      io.io_ReadAsciizHuge(s);
+      str_MemDup(s.data(), s.size());
+    } else {
+      // In place: the text stays in the reader's buffer and is not freed by this string.
+      str_SetMem(const_cast<char*>(io.io_ReadAsciiz()));
+    }
+    return;
+  }
+  uint64_t n = count > 0 ? static_cast<uint64_t>(count) : static_cast<uint64_t>(-static_cast<int64_t>(count));
+  io.io_Require(n);
+  if (count > 0 && !io.io_IsHuge()) {
+    char* p = reinterpret_cast<char*>(io.io_GetAddressAndUpdate(n));
+    // A fixed field that fills all its bytes has no terminator of its own: copy it, so that the
+    // text does not run on into whatever follows.
+    if (std::memchr(p, 0, n))
+      str_SetMem(p);
+    else
+      str_MemDup(p, n);
+    return;
+  }
+  char* p = static_cast<char*>(std::malloc(n + 1));
+  if (!p) throw GE_NO_MEMORY;
+  try {
+    io.io_ReadBlock(p, n);
+  } catch (...) {
+    std::free(p);
+    throw;
+  }
+  p[n] = 0;
+  Clear();
+  _text = p;
+  _cap = n + 1;
+}
+
+void GenString::str_ReadSizedString(BisFileIO& io, bool terminated) {
+  uint32_t len = io.io_ReadUlong();
+  if (len == 0) {
+    Clear();
+    return;
+  }
+  if (terminated) {
+    str_Read(io, 0);
+    if (str_len() + 1 != len) io.io_throw(GE_CODE_BUG, "\r\nDebug: GenString::str_ReadSizedString\r\n");
+    return;
+  }
+  if (len > INT32_MAX) throw GE_EOF;
+  io.io_Require(len);
+  str_Read(io, -static_cast<int>(len));
+}
+
+void GenString::str_WriteSizedString(BisFileIO& io, bool terminated) const {
+  size_t n = str_len();
+  if (!terminated) {
+    io.io_WriteAsciiz(c_str(), 2);
+    return;
+  }
+  if (!n) {
+    io.io_WriteUlong(0);
+    return;
+  }
+  io.io_WriteUlong(static_cast<uint32_t>(n + 1));
+  io.io_WriteBlock(c_str(), n + 1, 1);
+}
+
+void GenString::str_WriteString(BisFileIO& io) const { io.io_WriteAsciiz(c_str(), 0); }
