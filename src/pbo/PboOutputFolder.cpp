@@ -20,12 +20,16 @@ void PboOutputFolder::pof_Set(std::string root, std::vector<std::string> base) {
   _base = std::move(base);
 }
 
+void PboOutputFolder::_close_folders() {
+  for (auto const& f : _folders) ::close(f.second);
+  _folders.clear();
+}
+
 void PboOutputFolder::pof_Close() {
-  if (_cache_fd >= 0) ::close(_cache_fd);
+  _close_folders();
   if (_base_fd >= 0 && _base_fd != _root_fd) ::close(_base_fd);
   if (_root_fd >= 0) ::close(_root_fd);
-  _cache_fd = _base_fd = _root_fd = -1;
-  _cache_key.clear();
+  _base_fd = _root_fd = -1;
 }
 
 bool PboOutputFolder::pof_SplitRelative(char const* name, std::vector<std::string>& out) {
@@ -73,20 +77,25 @@ int PboOutputFolder::_open_root() {
 // Opens (creating when missing) `count` folder components below `from_fd`, never through a link.
 int PboOutputFolder::_walk(int from_fd, std::vector<std::string> const& comps, size_t count, int& out_fd) {
   int fd = from_fd;
+  auto fail = [&](int code) {
+    if (fd != from_fd) ::close(fd);
+    return code;
+  };
   for (size_t i = 0; i < count; ++i) {
     char const* c = comps[i].c_str();
-    if (::mkdirat(fd, c, 0777) != 0 && errno != EEXIST) {
-      _errno = errno;
-      if (fd != from_fd) ::close(fd);
-      return PBO_CANNOT_MAKE_FOLDER;
-    }
     int next = ::openat(fd, c, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (next < 0 && errno == ENOENT) {
+      if (::mkdirat(fd, c, 0777) != 0 && errno != EEXIST) {
+        _errno = errno;
+        return fail(PBO_CANNOT_MAKE_FOLDER);
+      }
+      next = ::openat(fd, c, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    }
     if (next < 0) {
       _errno = errno;
       struct stat st;
       bool link = ::fstatat(fd, c, &st, AT_SYMLINK_NOFOLLOW) == 0 && S_ISLNK(st.st_mode);
-      if (fd != from_fd) ::close(fd);
-      return link ? PBO_NAME_ESCAPES : PBO_CANNOT_MAKE_FOLDER;
+      return fail(link ? PBO_NAME_ESCAPES : PBO_CANNOT_MAKE_FOLDER);
     }
     if (fd != from_fd) ::close(fd);
     fd = next;
@@ -120,30 +129,34 @@ int PboOutputFolder::pof_WriteFile(std::vector<std::string> const& rel, void con
   }
   int dir_fd = _base_fd;
   if (!key.empty()) {
-    if (key != _cache_key || _cache_fd < 0) {
-      if (_cache_fd >= 0) ::close(_cache_fd);
-      _cache_fd = -1;
-      _cache_key.clear();
-      int fd = -1;
-      if (int r = _walk(_base_fd, rel, rel.size() - 1, fd)) return r;
-      _cache_fd = fd;
-      _cache_key = key;
+    auto found = _folders.find(key);
+    if (found != _folders.end()) {
+      dir_fd = found->second;
+    } else {
+      // A bounded set of open folders: archives keep a folder's files together, but not always.
+      if (_folders.size() >= kMaxOpenFolders) _close_folders();
+      if (int r = _walk(_base_fd, rel, rel.size() - 1, dir_fd)) return r;
+      _folders.emplace(std::move(key), dir_fd);
     }
-    dir_fd = _cache_fd;
   }
 
+  // A fresh file rather than a truncated one: an existing hard link keeps its old bytes, and a
+  // link standing where the file goes is refused rather than followed.
   char const* leaf = rel.back().c_str();
-  struct stat st;
-  if (::fstatat(dir_fd, leaf, &st, AT_SYMLINK_NOFOLLOW) == 0) {
-    if (S_ISLNK(st.st_mode)) return PBO_NAME_ESCAPES;
-    if (S_ISDIR(st.st_mode)) {
-      _errno = EISDIR;
-      return GE_CANNOT_WRITE;
+  int const mode = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+  int fd = ::openat(dir_fd, leaf, mode, 0666);
+  if (fd < 0 && errno == EEXIST) {
+    struct stat st;
+    if (::fstatat(dir_fd, leaf, &st, AT_SYMLINK_NOFOLLOW) == 0) {
+      if (S_ISLNK(st.st_mode)) return PBO_NAME_ESCAPES;
+      if (S_ISDIR(st.st_mode)) {
+        _errno = EISDIR;
+        return GE_CANNOT_WRITE;
+      }
+      ::unlinkat(dir_fd, leaf, 0);
     }
-    // A fresh file rather than a truncated one: an existing hard link keeps its old bytes.
-    ::unlinkat(dir_fd, leaf, 0);
+    fd = ::openat(dir_fd, leaf, mode, 0666);
   }
-  int fd = ::openat(dir_fd, leaf, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
   if (fd < 0) {
     _errno = errno;
     return errno == ELOOP ? static_cast<int>(PBO_NAME_ESCAPES) : static_cast<int>(GE_CANNOT_WRITE);

@@ -2,6 +2,7 @@
 #include <cstdint>
 #include <ctime>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
 // The folder an extraction writes into, and the guard that keeps every write inside it. Archives
@@ -37,14 +38,14 @@ class PboOutputFolder {
  private:
   int _open_root();
   int _walk(int from_fd, std::vector<std::string> const& comps, size_t count, int& out_fd);
+  void _close_folders();
+  static constexpr size_t kMaxOpenFolders = 64;
 
   std::string _root;
   std::vector<std::string> _base;
   int _root_fd = -1;
   int _base_fd = -1;
-  // The folder of the previous file: archives keep a folder's files together, so most entries
-  // reuse it.
-  std::string _cache_key;
-  int _cache_fd = -1;
+  // Folders already walked, by their relative path ("a/b/"), with an open descriptor each.
+  std::unordered_map<std::string, int> _folders;
   int _errno = 0;
 };

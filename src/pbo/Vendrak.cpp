@@ -18,11 +18,6 @@ Vendrak* BisDLL::dll_GetVendrak() { return dll_slot<Vendrak>(SLOT_VENDRAK); }
 namespace {
 char const* const kArchiveExtensions[] = {"pbo", "ifa", "xbo"};
 
-// An LZSS group is one flag byte and at most eight items of at most two bytes, each item giving at
-// most 18 bytes: no stream can expand by more than 144 / 17 per byte. An original size above this
-// bound is a lie (a decompression bomb), not a packed file.
-bool lzss_size_is_possible(uint64_t packed, uint64_t original) { return original <= packed * 9 + 18; }
-
 void hex_upper(uint8_t const* bytes, size_t n, char* out) {
   static char const digits[] = "0123456789ABCDEF";
   for (size_t i = 0; i < n; ++i) {
@@ -479,8 +474,8 @@ void Vendrak::pbo_ReportStrangeValues() {
 pbo_entry* Vendrak::pbo_FindEntry(char const* name) {
   if (!name) return nullptr;
   // Only the file names are compared: callers look an entry up by the name of a file they hold.
-  char const* wanted = FileStringA(name).fs_GetFilenameAndExt();
-  std::string want(wanted);
+  FileStringA wanted(name);
+  std::string want(wanted.fs_GetFilenameAndExt());
   for (pbo_entry* e = pbo_GetFirstEntry(); e; e = e->GetNext())
     if (strcasecmp(e->pbe_GetFilenameAndExtOnly(), want.c_str()) == 0) return e;
   return nullptr;
@@ -565,7 +560,9 @@ void Vendrak::_expand(pbo_entry* entry) {
     return;
   }
   uint64_t original = entry->_original_size;
-  if (!lzss_size_is_possible(entry->_data_size, original)) throw PBO_COMPRESSION_ERROR;
+  // An original size that no stream of this length could produce is a lie (a decompression bomb),
+  // refused before anything is allocated for it.
+  if (original > cmp_ExpandLimit(entry->_data_size, CT_LZSS)) throw PBO_COMPRESSION_ERROR;
   auto* out = new (std::nothrow) uint8_t[original + 1];
   if (!out) throw GE_NO_MEMORY;
   out[original] = 0;
