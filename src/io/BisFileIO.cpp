@@ -276,10 +276,10 @@ time_t BisFileIO::io_OpenFile(char const* name, char const* default_ext, int fla
     }
   }
   if ((flags & 1) && !_s->huge) {
-    int r = FileStringA::fs_RemoveBom(reinterpret_cast<char*>(_s->data));
-    uint64_t len = strnlen(reinterpret_cast<char const*>(_s->data), size + 4);
+    int r = FileStringA::fs_RemoveBom(_s->data, _s->size);  // may move the buffer to grow it
+    uint64_t len = strnlen(reinterpret_cast<char const*>(_s->data), _s->size + 4);
     if (r == 1) {
-      _s->size = std::min(len, size);
+      _s->size = len;
     } else if (r == 0) {
       if (len != size) {  // a zero byte inside: not a text file
         io_CloseInput();

@@ -1,7 +1,9 @@
 #pragma once
+#include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <memory>
+#include <string>
 
 #include "text/GenString.h"
 
@@ -98,14 +100,24 @@ class FileStringA : public GenString {
   int fs_rename(char const* to) const;
   char const* fs_get_cwd();
   int fs_set_dir() const;
+  // Remembers the current folder and enters this one; the pop returns to the remembered folder.
+  int fs_PushDirAndDrive();
+  int fs_PopDirAndDrive();
   void fs_SetFullPathName();
   char const* fs_create_temp_name(char const* ext);
 
   // Text files and byte-order marks.
+  // Works in the buffer as it is: a UTF-16 text whose UTF-8 form is longer than the room it had
+  // is cut at a character boundary. Prefer the growing form below where the buffer can move.
   static int fs_RemoveBom(char* buffer);
+  // The same on a buffer from new[] holding `size` bytes plus 4 zero bytes: the buffer is replaced
+  // by a bigger one when the converted text needs it, and `size` becomes the text's length.
+  static int fs_RemoveBom(uint8_t*& buffer, uint64_t& size);
   FILE* fs_CreateTextFile(char const* name, int encoding);
   bool fs_ReadTextFile(char const* name);
   static bool fs_isUtf8(char const* text);
+  static std::wstring fs_convert_to_unicode(char const* utf8);
+  static std::string fs_convert_to_utf8(wchar_t const* wide);
 
   // The host form of a name, for one system call.
   static void fs_system_name(char const* name, GenString& out);

@@ -305,19 +305,27 @@ void post_process(GenString& s, bool integers_allowed) {
 // The shortest %.pg (p from `from` to 21) whose text reads back, through strtod narrowed to float,
 // as the identical float. False when none does.
 bool shortest_float(GenString& s, float value, int from) {
+  char buf[64];
   for (int p = from; p <= 21; ++p) {
-    s.Format("%.*g", p, static_cast<double>(value));
-    float back = static_cast<float>(std::strtod(s.c_str(), nullptr));
-    if (std::memcmp(&back, &value, sizeof value) == 0) return true;
+    std::snprintf(buf, sizeof buf, "%.*g", p, static_cast<double>(value));
+    float back = static_cast<float>(std::strtod(buf, nullptr));
+    if (std::memcmp(&back, &value, sizeof value) == 0) {
+      s.str_dup(buf);
+      return true;
+    }
   }
   return false;
 }
 
 bool shortest_double_g(GenString& s, double value) {
+  char buf[64];
   for (int p = 1; p <= 21; ++p) {
-    s.Format("%.*g", p, value);
-    double back = std::strtod(s.c_str(), nullptr);
-    if (std::memcmp(&back, &value, sizeof value) == 0) return true;
+    std::snprintf(buf, sizeof buf, "%.*g", p, value);
+    double back = std::strtod(buf, nullptr);
+    if (std::memcmp(&back, &value, sizeof value) == 0) {
+      s.str_dup(buf);
+      return true;
+    }
   }
   return false;
 }
@@ -365,10 +373,12 @@ char const* GenString::str_FloatToStr(double value, bool integers_allowed) {
     str_dup("-0.0/*INFINITY*/");
     return c_str();
   }
+  char buf[400];  // %.21f of the largest double: 309 digits, the point and 21 decimals
   for (int p = 1; p <= 21; ++p) {
-    Format("%.*f", p, value);
-    double back = std::strtod(c_str(), nullptr);
+    std::snprintf(buf, sizeof buf, "%.*f", p, value);
+    double back = std::strtod(buf, nullptr);
     if (std::memcmp(&back, &value, sizeof value) == 0) {
+      str_dup(buf);
       if (!std::strchr(c_str(), '.')) str_cat(".0");
       strip_zeros(*this);
       return c_str();
