@@ -1,0 +1,118 @@
+#pragma once
+#include <cstdint>
+#include <ctime>
+#include <memory>
+
+#include "core/BisCallback.h"
+#include "pbo/PboErrors.h"
+#include "pbo/pbo_entry.h"
+#include "text/Chains.h"
+
+class BisDLL;
+class BisFileIO;
+class PboOutputFolder;
+class GenString;
+class TokenPair;
+
+// The archive tool: opens a PBO, checks its header and trailer, reports its properties and kind,
+// hands out entry data and extracts the archive to a folder. The list it derives from holds the
+// entries in header order.
+class Vendrak : public Chains {
+ public:
+  // Archive kinds (pbo_GetType).
+  static constexpr uint32_t KIND_CWC = 0;
+  static constexpr uint32_t KIND_RESISTANCE = 128;
+  static constexpr uint32_t KIND_PREFIXED_NO_SHA = 256;
+  static constexpr uint32_t KIND_ELITE = 512;
+  static constexpr uint32_t KIND_ARMA_PREFIX = 1024;
+  static constexpr uint32_t KIND_XBO_A = 4096;
+  static constexpr uint32_t KIND_XBO_B = 8192;
+  static constexpr uint32_t KIND_ARMA_NO_PREFIX = 0x10000;
+
+  // Flags of pbo_Open and of reading entry data.
+  static constexpr int OPEN_SUBSTITUTE_EMPTY = 1;  // an entry of data size 0 is looked for on disk
+  static constexpr int OPEN_NO_PACK_NOTES = 2;
+  static constexpr int OPEN_LEAVE_PACKED = 4;
+  static constexpr int OPEN_NO_REPORT = 8;
+  static constexpr int OPEN_SHA_MESSAGE = 16;
+  static constexpr int OPEN_WARNINGS_ARE_ERRORS = 32;
+
+  // Flags of extraction.
+  static constexpr int EXTRACT_DECODE_CONFIGS = 2;
+  static constexpr int EXTRACT_LIST_ONLY = 4;
+  static constexpr int EXTRACT_QUIET = 8;
+  static constexpr int EXTRACT_SHA_MESSAGE = 16;
+  static constexpr int EXTRACT_WARNINGS_ARE_ERRORS = 32;
+  static constexpr int EXTRACT_NO_TABS = 64;
+  static constexpr int EXTRACT_KEEP_DATA = 128;
+
+  explicit Vendrak(BisDLL* dll);
+  ~Vendrak() override;
+
+  // ---- reading ------------------------------------------------------------
+  int pbo_Open(char const* name, BisCallback callback, int flags);
+  pbo_entry* pbo_FindEntry(char const* name);
+  uint8_t const* pbo_ReadEntryData(pbo_entry* entry, int* size, unsigned int flags);
+  void pbo_FreeData(pbo_entry* entry);
+  void ClosePbo();
+  int pbo_Expand_lzss(void const* source, uint64_t source_size, void* dest, uint64_t dest_size);
+
+  uint32_t pbo_GetType() const;
+  BisFileIO* pbo_GetIO();
+  TokenPair* pbo_GetProperties() const;
+  TokenPair* pbo_GetProperty(char const* name) const;
+  char const* pbo_GetPrefix() const;
+  bool pbo_HasPrefix() const;
+  pbo_entry* pbo_GetFirstEntry() const { return static_cast<pbo_entry*>(GetFirst()); }
+
+  // The properties report built while opening (banner, properties, kind, digest, closing line).
+  char const* pbo_GetReport() const;
+  // The strange-values flag of the last open (0, 1, 2, 25, 26) and its warning line.
+  int pbo_GetStrangeValue() const;
+  void pbo_ReportStrangeValues();
+  // The digest stored in the trailer (20 bytes) and the one computed over the archive.
+  uint8_t const* pbo_GetStoredSha() const;
+  uint8_t const* pbo_GetComputedSha() const;
+  // The result of the last pbo_ReadEntryData that returned null.
+  int pbo_GetLastError() const;
+  uint64_t pbo_GetDataStart() const;
+
+  static int pbo_HasPboExt(char const* name);
+  static int pbo_PboExists(char const* name);
+  static char const* ErrorString(int code);
+
+  // ---- extraction ---------------------------------------------------------
+  int pbo_Extract(char const* name, BisCallback callback, int flags, char const* files, char const* destination);
+  int pbo_ExtractPreOpened(unsigned int flags, char const* files, char const* destination);
+  static bool pbo_fname_is_a_properties_file(char const* name);
+
+  // Called before each entry is written and once at the end: bytes of the archive's data block
+  // handled so far, the block's size, and the entry's name (empty at the end).
+  using ProgressHook = void (*)(void* context, uint64_t done, uint64_t total, char const* entry);
+  void pbo_SetProgressHook(ProgressHook hook, void* context);
+
+ private:
+  struct Impl;
+  BisDLL* _dll;
+  std::unique_ptr<Impl> _impl;
+
+  template <class Work>
+  int _guarded(Work&& work);
+
+  int _open(char const* name, BisCallback callback, int flags);
+  int _parse_header(int flags);
+  int _read_properties();
+  int _check_trailer(uint64_t data_end, int flags);
+  void _compute_sha(uint64_t data_end);
+  void _build_kind_report();
+  int _content_class() const;
+  void _read_entry(pbo_entry* entry, unsigned flags, bool decode);
+  void _expand(pbo_entry* entry);
+  void _decode_config(pbo_entry* entry);
+  int _kaltor_decode(uint8_t const* data, uint64_t size, char const* name, time_t date, GenString& text,
+                     GenString& message);
+  int _extract_step(unsigned flags, char const* files, char const* destination);
+  int _write_entry(pbo_entry* entry, unsigned flags, char const* output_name, PboOutputFolder& out);
+  int _write_prefix_file(unsigned flags, PboOutputFolder& out);
+  void _list(unsigned flags);
+};

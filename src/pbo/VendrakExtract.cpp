@@ -1,0 +1,270 @@
+// Extraction and listing of an opened archive.
+#include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <string>
+#include <strings.h>
+#include <vector>
+
+#include "core/BisDLL.h"
+#include "core/GuardedCall.h"
+#include "pbo/VendrakImpl.h"
+#include "text/BisTokens.h"
+
+namespace {
+// The archive's file name without folder and extension.
+std::string archive_stem(char const* archive) {
+  FileStringA a(archive);
+  std::string name = a.fs_GetFilenameAndExt();
+  size_t dot = name.rfind('.');
+  if (dot != std::string::npos && dot > 0) name.resize(dot);
+  return name;
+}
+
+std::string host_path(char const* name) {
+  std::string s(name ? name : "");
+  for (char& c : s)
+    if (c == '\\') c = '/';
+  return s;
+}
+}  // namespace
+
+bool Vendrak::pbo_fname_is_a_properties_file(char const* name) {
+  if (!name || !*name) return false;
+  std::string last = FileStringA(name).fs_GetFilenameAndExt();
+  for (char const* known : {"PboPrefix.txt", "$PBOPREFIX$.txt", "pbo_properties.txt"})
+    if (strcasecmp(last.c_str(), known) == 0) return true;
+  size_t dot = last.rfind('.');
+  std::string stem = dot == std::string::npos ? last : last.substr(0, dot);
+  return strcasecmp(stem.c_str(), "$PBOPREFIX$") == 0;
+}
+
+int Vendrak::pbo_Extract(char const* name, BisCallback callback, int flags, char const* files,
+                         char const* destination) {
+  return _guarded([&]() -> int {
+    Impl& s = *_impl;
+    unsigned f = static_cast<unsigned>(flags);
+    int r = _open(name, callback, flags);
+    bool bad_sha = false;
+    if (r == PBO_CORRUPTED_SHA) {
+      if (f & EXTRACT_WARNINGS_ARE_ERRORS) {
+        s.io.io_throw(0, "Warning: Content NOT extracted\r\n");
+        ClosePbo();
+        return r;
+      }
+      s.io.io_throw(0, "Warning: Content extracted regardless\r\n");
+      bad_sha = true;
+    } else if (r) {
+      ClosePbo();
+      return r;
+    }
+    try {
+      if (!(f & EXTRACT_LIST_ONLY)) {
+        r = _extract_step(f, files, destination);
+      } else {
+        _list(f);
+        pbo_ReportStrangeValues();
+        r = 0;
+      }
+    } catch (...) {
+      ClosePbo();
+      throw;
+    }
+    ClosePbo();
+    if (r) return r;
+    return bad_sha ? PBO_CORRUPTED_SHA : 0;
+  });
+}
+
+int Vendrak::pbo_ExtractPreOpened(unsigned int flags, char const* files, char const* destination) {
+  return _guarded([&]() -> int {
+    if (!_impl->io.io_ReadActive()) return GE_INVALID_FILE;
+    return _extract_step(flags, files, destination);
+  });
+}
+
+void Vendrak::_list(unsigned flags) {
+  BisFileIO& io = _impl->io;
+  for (pbo_entry* e = pbo_GetFirstEntry(); e; e = e->GetNext()) {
+    if (flags & EXTRACT_QUIET) {
+      io.io_callback("%s\r\n", e->pbe_GetFilename());
+      continue;
+    }
+    time_t t = static_cast<time_t>(e->pbe_GetTimeStamp());
+    char when[64] = "";
+    if (!ctime_r(&t, when)) when[0] = 0;
+    size_t n = std::strlen(when);
+    if (n && when[n - 1] == '\n') when[n - 1] = 0;
+    if (e->pbe_iscompressed())
+      io.io_callback("%s:%s: size %llu (compressed or encrypted size=%llu)\r\n", e->pbe_GetFilename(), when,
+                     static_cast<unsigned long long>(e->pbe_GetOriginalSize()),
+                     static_cast<unsigned long long>(e->pbe_GetStoredDataSize()));
+    else
+      io.io_callback("%s:%s: size %llu\r\n", e->pbe_GetFilename(), when,
+                     static_cast<unsigned long long>(e->pbe_GetStoredDataSize()));
+  }
+}
+
+int Vendrak::_extract_step(unsigned flags, char const* files, char const* destination) {
+  Impl& s = *_impl;
+  BisFileIO& io = s.io;
+  s.decode_with_tabs = !(flags & EXTRACT_NO_TABS);
+
+  BisTokens tokens;
+  if (files && *files) tokens.tkn_common_convert(files);
+  bool filtered = tokens.GetCount() != 0;
+
+  // The output folder: destination\prefix, destination\archive-name, or beside the archive. Only
+  // the part the caller named may be followed through links; the rest comes from the archive.
+  PboOutputFolder out;
+  std::vector<std::string> base;
+  if (destination && *destination) {
+    std::string below = pbo_HasPrefix() ? std::string(pbo_GetPrefix()) : archive_stem(s.archive_name.c_str());
+    if (!PboOutputFolder::pof_SplitRelative(below.c_str(), base)) {
+      io.io_callbackerr("'%s': %s\r\n", below.c_str(), ErrorString(PBO_NAME_ESCAPES));
+      return PBO_NAME_ESCAPES;
+    }
+    out.pof_Set(host_path(destination), std::move(base));
+  } else {
+    FileStringA beside(s.archive_name.c_str());
+    beside.fs_RemoveExt();
+    out.pof_Set(host_path(beside.c_str()), {});
+  }
+
+  if (GetCount() == 0) return PBO_EMPTY;
+
+  uint64_t total = s.data_end - s.data_start, done = 0;
+  uint64_t extracted = 0;
+  bool refused = false;
+  std::vector<std::string> parts;
+  for (pbo_entry* e = pbo_GetFirstEntry(); e; e = e->GetNext()) {
+    char const* name = e->pbe_GetFilename();
+    if (!*name) return PBO_NO_ENTRY_NAME;
+    if (filtered && !FileStringA::fs_CompareTokens(name, &tokens)) continue;
+    if (s.hook) s.hook(s.hook_context, done, total, name);
+    done += e->pbe_GetStoredDataSize();
+    io.io_callback("%s", name);
+    if (pbo_fname_is_a_properties_file(name)) {
+      io.io_callback(" ignoring an erroneous prefix file that was baked into a pbo\r\n");
+      continue;
+    }
+    FileStringA output(name);
+    output.str_replace_char('*', 'z');
+    if (!PboOutputFolder::pof_SplitRelative(output.c_str(), parts)) {
+      io.io_callback("\r\n");
+      io.io_callbackerr("'%s': %s\r\n", name, ErrorString(PBO_NAME_ESCAPES));
+      refused = true;
+      continue;
+    }
+    int r = _write_entry(e, flags, output.c_str(), out);
+    if (r == PBO_NAME_ESCAPES) {
+      io.io_callbackerr("'%s': %s (a symbolic link is in the way)\r\n", name, ErrorString(PBO_NAME_ESCAPES));
+      refused = true;
+      continue;
+    }
+    if (r) return r;
+    ++extracted;
+  }
+  if (s.hook) s.hook(s.hook_context, total, total, "");
+
+  pbo_ReportStrangeValues();
+
+  if (pbo_GetProperties()) {
+    bool write = extracted != 0;
+    if (filtered && !extracted && pbo_fname_is_a_properties_file(tokens.GetFirstToken()->c_str())) {
+      int r = out.pof_MakeFolder();
+      if (r) return r;
+      write = true;
+    }
+    if (write) {
+      int r = _write_prefix_file(flags, out);
+      if (r && (flags & EXTRACT_WARNINGS_ARE_ERRORS)) return r;
+    }
+  }
+
+  if (refused) return PBO_NAME_ESCAPES;
+  if (!extracted) {
+    if (flags & EXTRACT_WARNINGS_ARE_ERRORS) return PBO_NOTHING_TO_EXTRACT;
+    io.io_throw(0, "Warning: no file(s) to extract\r\n");
+  }
+  return 0;
+}
+
+int Vendrak::_write_entry(pbo_entry* entry, unsigned flags, char const* output_name, PboOutputFolder& out) {
+  Impl& s = *_impl;
+  BisFileIO& io = s.io;
+  _read_entry(entry, 0, (flags & EXTRACT_DECODE_CONFIGS) != 0);
+
+  FileStringA output(output_name);
+  if ((flags & EXTRACT_DECODE_CONFIGS) && entry->pbe_WasRapped()) {
+    io.io_callback(" (kaltorped)");
+    if (strcasecmp(output.fs_GetFilenameAndExt(), "config.bin") == 0) {
+      io.io_callback(" (renaming output to config.cpp)");
+      output.fs_ReplaceExt("cpp");
+    }
+  }
+  io.io_callback("\r\n");
+
+  std::vector<std::string> parts;
+  PboOutputFolder::pof_SplitRelative(output.c_str(), parts);
+  time_t stamp = entry->pbe_GetTimeStamp() ? static_cast<time_t>(entry->pbe_GetTimeStamp()) : s.file_date;
+  int r = out.pof_WriteFile(parts, entry->pbe_GetData(), entry->pbe_GetDataSize(), stamp);
+  if (r == PBO_CANNOT_MAKE_FOLDER || r == GE_CANNOT_WRITE)
+    io.io_callbackerr("%s\r\n%s\r\n", std::strerror(out.pof_LastErrno()), output.c_str());
+  if (!(flags & EXTRACT_KEEP_DATA)) entry->pbe_FreeData();
+  return r;
+}
+
+int Vendrak::_write_prefix_file(unsigned flags, PboOutputFolder& out) {
+  Impl& s = *_impl;
+  if (!(flags & EXTRACT_QUIET)) {
+    s.io.io_callback("Creating prefix file with prefix='%s'\r\n", pbo_GetPrefix());
+    s.io.io_callback("--------------------\r\n");
+  }
+  int r = out.pof_WriteFile({"$PBOPREFIX$.txt"}, s.report.c_str(), s.report.str_len(), time(nullptr));
+  if (r) {
+    s.io.io_throw(0, "Warning: cannot create prefix file %s\r\n", std::strerror(out.pof_LastErrno()));
+    return GE_INVALID_FILE;
+  }
+  return 0;
+}
+
+// ===== binarised configs =====================================================
+
+void Vendrak::_decode_config(pbo_entry* entry) {
+  Impl& s = *_impl;
+  uint8_t const* data = entry->pbe_GetData();
+  uint64_t size = entry->pbe_GetDataSize();
+  int r = 100;  // "not a binarised config"
+  GenString text, message;
+  if (data && size >= 4 && std::memcmp(data + 1, "raP", 3) == 0) {
+    GenString label;
+    label.Format("%s\\%s", archive_stem(s.archive_name.c_str()).c_str(), entry->pbe_GetFilename());
+    time_t date = entry->pbe_GetTimeStamp() ? static_cast<time_t>(entry->pbe_GetTimeStamp()) : s.file_date;
+    r = _kaltor_decode(data, size, label.c_str(), date, text, message);
+  }
+  if (r == 0) {
+    bool was_bin = entry->pbe_FileIs() == 2;
+    entry->pbe_SetKaltorpedData(text.c_str());
+    if (was_bin) entry->pbe_GetName().fs_ReplaceExt(".cpp");
+  } else if (r != 100) {
+    s.io.io_callbackerr("\r\n%s->%s\r\n", entry->pbe_GetFilename(), message.c_str());
+    throw PBO_SEMBRIC_ERROR;
+  }
+  // Keep the data usable as a string. Buffers the entry owns already carry a terminator.
+  data = entry->pbe_GetData();
+  size = entry->pbe_GetDataSize();
+  if (!entry->pbe_OwnsData() && size && !std::memchr(data, 0, size)) {
+    auto* copy = new uint8_t[size + 1];
+    std::memcpy(copy, data, size);
+    copy[size] = 0;
+    entry->_adopt(copy, size);
+  }
+}
+
+// The one place that knows the config decoder's calling convention.
+int Vendrak::_kaltor_decode(uint8_t const* data, uint64_t size, char const* name, time_t date, GenString& text,
+                            GenString& message) {
+  (void)data, (void)size, (void)name, (void)date, (void)text, (void)message;
+  return 100;
+}
