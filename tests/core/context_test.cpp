@@ -151,4 +151,16 @@ TEST(DefaultCallback, EscapeCancelsOtherKeysAreSwallowed) {
   EXPECT_EQ(con.type_during_operation("\x1b"), 9);
 }
 
+TEST(CommandLine, VersionAndHelp) {
+  auto run = [](char const* args) {
+    std::string out, cmd = std::string(VENDRAK_CLI_PATH) + args;
+    FILE* p = popen(cmd.c_str(), "r");
+    for (int c; p && (c = std::fgetc(p)) != EOF;) out += char(c);
+    EXPECT_EQ(p ? pclose(p) : -1, 0) << args;
+    return out;
+  };
+  EXPECT_EQ(run(" --version"), "vendrak 6.54\n");
+  EXPECT_NE(run(" --help").find("--version"), std::string::npos);
+}
+
 }  // namespace
