@@ -83,7 +83,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   // LZSS is written raw; a signed-LZSS one is copied as read but with an honest size field.
   bool const exact = !(type & CT_TRIBYTE_SIZE) || !(type & CT_METHOD_MASK & ~CT_GRID) ||
                      ((type & CT_LZSS_SIGNED) && !(type & (CT_RLE | CT_LZO)) &&
-                      (file[0] | file[1] << 8 | file[2] << 16) == array.cs_StoredLength() - 3);
+                      static_cast<uint64_t>(file[0] | file[1] << 8 | file[2] << 16) == array.cs_StoredLength() - 3);
   if ((type & CT_TRIBYTE_SIZE) && (type & CT_METHOD_MASK & ~CT_GRID)) count = expanded / element_size;
   if (count * element_size > (uint64_t(1) << 24)) return 0;
   {

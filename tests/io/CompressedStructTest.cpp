@@ -1,3 +1,4 @@
+#include <unistd.h>
 #include <functional>
 
 #include "core/Generic_Errors.h"
@@ -17,7 +18,8 @@ Bytes elements(size_t count, uint32_t element_size) {
 }
 
 Bytes write_with(std::function<void(BisFileIO&)> const& fn) {
-  std::string name = testing::TempDir() + "compressed_struct_out.bin";
+  // One file per test process: ctest runs the tests of this file side by side.
+  std::string name = testing::TempDir() + "compressed_struct_out_" + std::to_string(getpid()) + ".bin";
   BisFileIO out;
   EXPECT_EQ(out.io_CreateFile(name.c_str()), 1);
   fn(out);
