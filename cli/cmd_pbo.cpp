@@ -1,6 +1,7 @@
 // Archive commands: info, list, extract.
 #include <unistd.h>
 
+#include <chrono>
 #include <cstdarg>
 #include <cstdio>
 #include <string>
@@ -43,6 +44,18 @@ std::string format_message(char const* format, va_list ap) {
   return text;
 }
 
+// Messages that are not shown still let Escape cancel, but the console is polled at most ten times a
+// second: each poll waits a moment for a key, and an archive of thousands of entries sends thousands
+// of messages.
+bool hidden_message(char const*, ...) {
+  using clock = std::chrono::steady_clock;
+  static clock::time_point last;
+  clock::time_point now = clock::now();
+  if (now - last < std::chrono::milliseconds(100)) return true;
+  last = now;
+  return cli_print_nothing("");
+}
+
 bool print_beside_bar(char const* format, ...) {
   va_list ap;
   va_start(ap, format);
@@ -50,7 +63,7 @@ bool print_beside_bar(char const* format, ...) {
   va_end(ap);
   if (g_bar.in_entry) {
     if (text.find('\n') != std::string::npos) g_bar.in_entry = false;
-    return cli_print_nothing("");
+    return hidden_message("");
   }
   if (g_bar.bar) g_bar.bar->finish();
   return cli_print_stdout("%s", text.c_str());
@@ -135,7 +148,7 @@ CommandRegistrar extract_command(
          Vendrak* tool = archive_tool(dll, bar_shown ? errors_beside_bar : cli_print_stderr);
          if (bar_shown) tool->pbo_SetProgressHook(progress_hook, &bar);
          // Quiet also silences the per-entry lines; errors and warnings still reach standard error.
-         BisCallback messages = o->quiet ? cli_print_nothing : bar_shown ? print_beside_bar : cli_print_stdout;
+         BisCallback messages = o->quiet ? hidden_message : bar_shown ? print_beside_bar : cli_print_stdout;
          int r = tool->pbo_Extract(o->archive.c_str(), messages, flags, o->files.empty() ? nullptr : o->files.c_str(),
                                    o->destination.empty() ? nullptr : o->destination.c_str());
          tool->pbo_SetProgressHook(nullptr, nullptr);

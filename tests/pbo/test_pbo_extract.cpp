@@ -260,3 +260,38 @@ TEST(PboCommandLine, ExitStatusIsTheResultCode) {
   EXPECT_EQ(run("info '" + (dir / "missing.pbo") + "'"), 3);
   EXPECT_NE(read_file(dir / "stderr").find("invalid file"), std::string::npos);
 }
+
+#if __has_include("config/Kaltor.h")
+TEST_F(ExtractFixture, BinarisedConfigsAreDecodedToText) {
+  Listing shipped = list_archive(read_file(std::string(VENDRAK_TEST_DATA) + "/pbo/cba_diagnostic_enable_logging.pbo"));
+  ASSERT_TRUE(shipped.ok);
+  std::string rap = shipped.entries[0].bytes;  // config.bin
+  ASSERT_EQ(rap.substr(1, 3), "raP");
+  Builder b = Builder().file("config.bin", rap).file("sub\\config.bin", "not a config").file("mission.sqm", rap, true);
+  for (int flags : {2, 2 | 64}) {
+    SCOPED_TRACE(flags);
+    clear_captured();
+    fs::remove_all(out);
+    ASSERT_EQ(extract(b, flags), 0) << errors();
+    std::string text = read_file(out + "/arc/config.cpp");
+    EXPECT_EQ(text.rfind("////", 0), 0u);
+    EXPECT_NE(text.find("class CfgPatches"), std::string::npos);
+    EXPECT_EQ(text.find('\t') == std::string::npos, (flags & 64) != 0);
+    EXPECT_FALSE(fs::exists(out + "/arc/config.bin"));
+    EXPECT_EQ(read_file(out + "/arc/sub/config.bin"), "not a config");
+    EXPECT_NE(read_file(out + "/arc/mission.sqm").find("class CfgPatches"), std::string::npos);
+    EXPECT_NE(messages().find("config.bin (kaltorped) (renaming output to config.cpp)\r\nsub\\config.bin\r\n"
+                              "mission.sqm (decompressed/decrypted) (kaltorped)\r\n"),
+              std::string::npos)
+        << messages();
+  }
+  // Without the flag the bytes are written as they are.
+  ASSERT_EQ(extract(b, 0), 0);
+  EXPECT_EQ(read_file(out + "/arc/config.bin"), rap);
+
+  std::string broken = rap.substr(0, 20) + std::string(40, '\x7f');
+  EXPECT_EQ(extract(Builder().file("a.txt", "first").file("bad.bin", broken), 2), 17);
+  EXPECT_NE(errors().find("\r\nbad.bin->"), std::string::npos) << errors();
+  EXPECT_EQ(read_file(out + "/arc/a.txt"), "first");
+}
+#endif
