@@ -47,6 +47,19 @@ TEST(KaltorText, SpacesInsteadOfTabs) {
   EXPECT_EQ(d.body, "class A\r\n{\r\n class B\r\n {\r\n  x = 1;\r\n };\r\n};\r\n");
 }
 
+TEST(KaltorText, ElementsPerLine) {
+  Bytes b = arma(cls("", {cls("C", {arr("a", {e_i(1), e_i(2), e_arr({e_i(3), e_i(4)})}), arr("one", {e_i(5)})})}));
+  BisDLL dll;
+  Kaltor* k = dll.dll_GetKaltor();
+  k->drp_SetElementsPerLine(2);
+  GenString text;
+  ASSERT_EQ(k->drp_Decode(b.data(), b.size(), text), 0);
+  EXPECT_NE(std::string(text.c_str()).find("class C\r\n{\r\n\ta[] =\r\n\t{\r\n\t\t1,2,\r\n\t\t{3,4}\r\n\t};\r\n"
+                                           "\tone[] = {5};\r\n};\r\n"),
+            std::string::npos)
+      << text.c_str();
+}
+
 TEST(KaltorText, ArmaEnumsPrecedeClasses) {
   Enums e{{"a", 1}, {"  ", -2}};
   Decoded d = decode(arma(cls("", {v_i("x", 1)}), &e));
