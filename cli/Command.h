@@ -7,15 +7,15 @@
 
 // Each command file registers itself; main() adds every registered command to the application.
 // A command's run function returns the library's result code, which becomes the exit status.
-struct CommandSpec {
+struct CommandEntry {
   std::string name;
   std::string summary;
   // Adds options to `sub` and returns the function that runs the command.
   std::function<std::function<int()>(CLI::App& sub)> setup;
 };
 
-std::vector<CommandSpec>& command_registry();
+std::vector<CommandEntry>& command_registry();
 
 struct CommandRegistrar {
-  explicit CommandRegistrar(CommandSpec spec) { command_registry().push_back(std::move(spec)); }
+  explicit CommandRegistrar(CommandEntry entry) { command_registry().push_back(std::move(entry)); }
 };

@@ -5,8 +5,8 @@
 #include "Command.h"
 #include "core/BisDLL.h"
 
-std::vector<CommandSpec>& command_registry() {
-  static std::vector<CommandSpec> registry;
+std::vector<CommandEntry>& command_registry() {
+  static std::vector<CommandEntry> registry;
   return registry;
 }
 
@@ -17,9 +17,9 @@ int main(int argc, char** argv) {
   app.add_flag("--version", version, "Print the version and exit");
 
   std::function<int()> run;
-  for (auto& spec : command_registry()) {
-    CLI::App* sub = app.add_subcommand(spec.name, spec.summary);
-    auto fn = spec.setup(*sub);
+  for (auto& entry : command_registry()) {
+    CLI::App* sub = app.add_subcommand(entry.name, entry.summary);
+    auto fn = entry.setup(*sub);
     sub->callback([&run, fn] { run = fn; });
   }
 

@@ -6,9 +6,7 @@
 #include <strings.h>
 #include <vector>
 
-#if __has_include("config/Kaltor.h")
 #include "config/Kaltor.h"
-#endif
 #include "core/BisDLL.h"
 #include "core/GuardedCall.h"
 #include "pbo/VendrakImpl.h"
@@ -268,7 +266,6 @@ void Vendrak::_decode_config(pbo_entry* entry) {
 // The one place that knows the config decoder's calling convention.
 int Vendrak::_kaltor_decode(uint8_t const* data, uint64_t size, char const* name, time_t date, GenString& text,
                             GenString& message) {
-#if __has_include("config/Kaltor.h")
   Kaltor* decoder = _dll->dll_GetKaltor();
   decoder->drp_SetTabChar(_impl->decode_with_tabs);
   if (_impl->callback) decoder->drp_GetIO()->io_SetStdioCallBack(_impl->callback);
@@ -276,8 +273,4 @@ int Vendrak::_kaltor_decode(uint8_t const* data, uint64_t size, char const* name
   if (r != 0 && r != 100) message = Kaltor::ErrorString(r);
   decoder->Close(true);
   return r;
-#else
-  (void)data, (void)size, (void)name, (void)date, (void)text, (void)message;
-  return 100;
-#endif
 }

@@ -261,7 +261,6 @@ TEST(PboCommandLine, ExitStatusIsTheResultCode) {
   EXPECT_NE(read_file(dir / "stderr").find("invalid file"), std::string::npos);
 }
 
-#if __has_include("config/Kaltor.h")
 TEST_F(ExtractFixture, BinarisedConfigsAreDecodedToText) {
   Listing shipped = list_archive(read_file(std::string(VENDRAK_TEST_DATA) + "/pbo/cba_diagnostic_enable_logging.pbo"));
   ASSERT_TRUE(shipped.ok);
@@ -294,4 +293,3 @@ TEST_F(ExtractFixture, BinarisedConfigsAreDecodedToText) {
   EXPECT_NE(errors().find("\r\nbad.bin->"), std::string::npos) << errors();
   EXPECT_EQ(read_file(out + "/arc/a.txt"), "first");
 }
-#endif
