@@ -141,9 +141,8 @@ long long read_whole(FILE* f, uint8_t*& buffer, BisFileIO& io) {
   return static_cast<long long>(size);
 }
 
-// Up to 16 bytes of `source` from `at` as "%02X " each, one line through the error callback of
-// `reporter`.
-void report_hex_line(BisFileIO& reporter, BisFileIO& source, uint64_t at) {
+// Up to 16 bytes of `source` from `at` as "%02X " each; the cursor is left where it was.
+std::string hex_row(BisFileIO& source, uint64_t at) {
   uint64_t size = source.io_GetFileSize();
   uint64_t n = at < size ? std::min<uint64_t>(16, size - at) : 0;
   uint8_t row[16];
@@ -157,19 +156,7 @@ void report_hex_line(BisFileIO& reporter, BisFileIO& source, uint64_t at) {
     std::snprintf(hex, sizeof hex, "%02X ", row[i]);
     line += hex;
   }
-  reporter.io_callbackerr("%s\r\n", line.c_str());
-}
-
-void print_hex_row(BisFileIO& source, uint64_t at) {
-  uint64_t size = source.io_GetFileSize();
-  uint64_t n = at < size ? std::min<uint64_t>(16, size - at) : 0;
-  uint8_t row[16];
-  uint64_t keep = source.io_GetCurrentOffset();
-  source.io_MoveTo(at);
-  source.io_ReadBlock(row, n);
-  source.io_MoveTo(keep);
-  for (uint64_t i = 0; i < n; ++i) std::printf("%02X ", row[i]);
-  std::printf("\n");
+  return line;
 }
 }  // namespace
 
@@ -873,8 +860,8 @@ int BisFileIO::io_FileCompare(BisFileIO& other, int compare_data) {
     std::printf("New  size  %04zX\n", static_cast<size_t>(b));
     std::printf("Mismatch@  %04zX\n", static_cast<size_t>(at));
     std::printf("\n");
-    print_hex_row(*this, at);
-    print_hex_row(other, at);
+    std::printf("%s\n", hex_row(*this, at).c_str());
+    std::printf("%s\n", hex_row(other, at).c_str());
     std::fflush(stdout);
     return 0;
   }
@@ -885,8 +872,8 @@ int BisFileIO::io_FileCompare(BisFileIO& other, int compare_data) {
   io_Rewind();
   other.io_Rewind();
   io_callbackerr("offset %d (0x%X)\r\n", static_cast<int>(at), static_cast<unsigned>(at));
-  report_hex_line(*this, *this, at);
-  report_hex_line(*this, other, at);
+  io_callbackerr("%s\r\n", hex_row(*this, at).c_str());
+  io_callbackerr("%s\r\n", hex_row(other, at).c_str());
   return 0;
 }
 
