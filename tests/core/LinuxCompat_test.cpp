@@ -28,8 +28,8 @@ TEST(LinuxCompat, MemicmpFoldsAsciiLettersOnly) {
 TEST(LinuxCompat, MultiByteToWideChar) {
   wchar_t out[8] = L"#";
   EXPECT_EQ(MultiByteToWideChar(1252, 0, "abc", -1, out, 8), 0);
-  EXPECT_EQ(out[0], L'#');  // nothing converted
   EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 1, "abc", -1, out, 8), 0);
+  EXPECT_EQ(out[0], L'#');  // only UTF-8 without flags is converted
   char const* text = "a\xC3\xA9\xE2\x82\xAC";  // a, e acute, euro sign
   EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 0), 3);
   EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, text, -1, nullptr, 8), 3);  // no buffer: only counts

@@ -5,12 +5,10 @@
 
 #include <climits>
 #include <cstdlib>
-#include <cstring>
 #include <stdexcept>
 #include <utility>
 #include <vector>
 
-#include "core/BisCallback.h"
 #include "core/BisDLL.h"
 #include "core/BisTools.h"
 #include "core/GenericError.h"
@@ -44,7 +42,6 @@ TEST(BisDLL, OneObjectPerSlotCreatedOnDemand) {
   for (int s = 0; s < BisDLL::SLOT_COUNT; ++s) EXPECT_EQ(dll.dll_HasTool(s), s == BisDLL::SLOT_BISTOOLS) << s;
   BisTools* tools = dll.dll_GetBisTools();
   EXPECT_EQ(tools->bt_GetDll(), &dll);
-  EXPECT_TRUE(tools->bt_GetExe(7).empty());
   auto* a = dll.dll_slot<FakeTool<0>>(BisDLL::SLOT_VENDRAK);
   dll.dll_slot<FakeTool<1>>(BisDLL::SLOT_KALTOR);
   EXPECT_EQ(dll.dll_slot<FakeTool<0>>(BisDLL::SLOT_VENDRAK), a);
@@ -65,15 +62,10 @@ TEST(BisDLL, DestroysInFixedOrderWithBinariserLast) {
 }
 
 TEST(GenericError, Messages) {
-  char const* table[] = {"No Error(s)", "Generic error or premature EOF", "Out of memory", "invalid file",
-                         "debug trap (you shouldn't see this)", "Internally generated code bug detection",
-                         "cannot write to file", "residual bytes in file",
-                         "the dll recieved an unknown exception trap", "User cancelled"};
-  for (int code = 0; code < 10; ++code) {
-    EXPECT_STREQ(GenericError::ErrorString(code), table[code]);
-    EXPECT_STREQ(GenericError::ErrorString(-code), table[code]);
-  }
-  for (int code : {10, 10000, -10000, INT_MIN}) EXPECT_STREQ(GenericError::ErrorString(code), "dll Unknown throw Error");
+  std::pair<int, char const*> cases[] = {{0, "No Error(s)"}, {-3, "invalid file"},  // negated codes too
+                                         {8, "the dll recieved an unknown exception trap"}, {9, "User cancelled"},
+                                         {10, "dll Unknown throw Error"}, {INT_MIN, "dll Unknown throw Error"}};
+  for (auto const& [code, text] : cases) EXPECT_STREQ(GenericError::ErrorString(code), text) << code;
 }
 
 enum PboErrors : int { PBO_BAD_HEADER = 17 };
@@ -81,12 +73,7 @@ bool cancel_sink(char const*, ...) { throw GE_USER_CANCELLED; }
 
 TEST(GuardedCall, MapsEveryKindOfFailureToItsCode) {
   static char mutable_text[] = "bad\nline";
-  struct Case {
-    char const* what;
-    std::function<int()> work;
-    int code;
-    char const* reported;
-  } cases[] = {
+  struct { char const* what; std::function<int()> work; int code; char const* reported; } cases[] = {
       {"normal", [] { return 42; }, 42, ""},
       {"generic", []() -> int { throw GE_INVALID_FILE; }, 3, ""},
       {"tool's own", []() -> int { throw PBO_BAD_HEADER; }, 17, ""},
@@ -151,16 +138,12 @@ TEST(DefaultCallback, EscapeCancelsOtherKeysAreSwallowed) {
   EXPECT_EQ(con.type_during_operation("\x1b"), 9);
 }
 
-TEST(CommandLine, VersionAndHelp) {
-  auto run = [](char const* args) {
-    std::string out, cmd = std::string(VENDRAK_CLI_PATH) + args;
-    FILE* p = popen(cmd.c_str(), "r");
-    for (int c; p && (c = std::fgetc(p)) != EOF;) out += char(c);
-    EXPECT_EQ(p ? pclose(p) : -1, 0) << args;
-    return out;
-  };
-  EXPECT_EQ(run(" --version"), "vendrak 6.54\n");
-  EXPECT_NE(run(" --help").find("--version"), std::string::npos);
+TEST(CommandLine, Version) {
+  std::string out, cmd = std::string(VENDRAK_CLI_PATH) + " --version";
+  FILE* p = popen(cmd.c_str(), "r");
+  for (int c; p && (c = std::fgetc(p)) != EOF;) out += char(c);
+  EXPECT_EQ(p ? pclose(p) : -1, 0);
+  EXPECT_EQ(out, "vendrak 6.54\n");
 }
 
 }  // namespace

@@ -15,25 +15,16 @@
 // What the message and error callbacks received, all calls joined.
 inline std::string g_msgs, g_errs;
 inline void clear_captured() { g_msgs.clear(), g_errs.clear(); }
-inline void append(std::string& to, char const* format, va_list ap) {
+template <std::string* To>
+bool capture(char const* format, ...) {
   char buf[8192];
+  va_list ap;
+  va_start(ap, format);
   std::vsnprintf(buf, sizeof buf, format, ap);
-  to += buf;
-}
-inline bool capture_msg(char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  append(g_msgs, format, ap);
   va_end(ap);
-  return true;
+  return *To += buf, true;
 }
-inline bool capture_err(char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  append(g_errs, format, ap);
-  va_end(ap);
-  return true;
-}
+inline constexpr auto capture_msg = &capture<&g_msgs>, capture_err = &capture<&g_errs>;
 
 // The Generic_Errors code an operation throws, or -1 when it returns.
 inline int code_of(std::function<void()> const& op) {
@@ -47,15 +38,9 @@ inline int code_of(std::function<void()> const& op) {
 
 // A fresh folder per test, removed afterwards.
 struct TempFolder {
-  std::string path;
-  TempFolder() {
-    std::string pattern = (std::filesystem::temp_directory_path() / "vendrak-io-XXXXXX").string();
-    path = mkdtemp(pattern.data());
-  }
-  ~TempFolder() {
-    std::error_code ec;
-    std::filesystem::remove_all(path, ec);
-  }
+  std::string pattern = (std::filesystem::temp_directory_path() / "vendrak-io-XXXXXX").string();
+  std::string path = mkdtemp(pattern.data());
+  ~TempFolder() { std::error_code ec; std::filesystem::remove_all(path, ec); }
   std::string operator/(std::string const& name) const { return path + "/" + name; }
 };
 

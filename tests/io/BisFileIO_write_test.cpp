@@ -1,6 +1,7 @@
 #include <cstring>
 #include <regex>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "io/BisFileIO.h"
@@ -18,8 +19,7 @@ std::string written(BisFileIO& io) {
 }
 
 std::string windows_style(std::string s) {
-  for (char& ch : s)
-    if (ch == '/') ch = '\\';
+  for (char& ch : s) ch = ch == '/' ? '\\' : ch;
   return s;
 }
 
@@ -38,8 +38,9 @@ TEST(BisFileIO, WritesMirrorReads) {
   io.io_WriteUlongPair({7, 8});
   io.io_WriteBlock(nullptr, 0, 5);  // nothing to write is no failure
   EXPECT_EQ(code_of([&] { io.io_WriteBlock(nullptr, 1, 1); }), GE_CANNOT_WRITE);
+  for (int mode : {0, 1, 2}) io.io_WriteAsciiz(nullptr, mode), io.io_WriteAsciiz("ab", mode);  // 0-ended, bare, counted
   EXPECT_EQ(written(io), std::string("\xFF\xFE\xFF\xDD\xCC\xBB\xFD\xFF\xFF\xFF\xFF\xFF\xFF\xFF\0\0\x20\x40"
-                                     "\x07\0\0\0\x08\0\0\0", 26));
+                                     "\x07\0\0\0\x08\0\0\0" "\0ab\0" "ab" "\0\0\0\0\x02\0\0\0ab", 26 + 4 + 2 + 10));
 
   BisFileIO bad;
   bad.io_SetErrCallBack(capture_err);
@@ -47,54 +48,23 @@ TEST(BisFileIO, WritesMirrorReads) {
   EXPECT_EQ(bad.io_CreateFile(""), 0);
   EXPECT_EQ(bad.io_CreateFile("/nonexistent-folder/x", "txt"), 0);  // reported, not thrown
   EXPECT_EQ(g_errs, "/nonexistent-folder/x.txt: 'No such file or directory'\r\n");
-}
-
-TEST(BisFileIO, WriteAsciizModes) {
-  struct Case {
-    char const* text;
-    int mode;
-    std::string bytes;
-  } cases[] = {
-      {nullptr, 0, std::string("\0", 1)}, {"ab", 0, std::string("ab\0", 3)},
-      {nullptr, 1, ""},                   {"ab", 1, "ab"},
-      {"", 2, std::string(4, '\0')},      {nullptr, 2, std::string(4, '\0')},
-      {"ab", 2, std::string("\x02\0\0\0ab", 6)},
-  };
-  TempFolder dir;
-  for (auto const& c : cases) {
-    BisFileIO io;
-    ASSERT_EQ(io.io_CreateFile((dir / "s").c_str()), 1);
-    io.io_WriteAsciiz(c.text, c.mode);
-    EXPECT_EQ(written(io), c.bytes) << (c.text ? c.text : "null") << " mode " << c.mode;
-  }
-}
-
-TEST(BisFileIO, WholeTextFiles) {
-  TempFolder dir;
-  BisFileIO io;
-  std::string const name = dir / "t.txt";
-  EXPECT_TRUE(io.io_write_file(name.c_str(), "h\xC3\xA9", 1));
-  EXPECT_EQ(get_file(name), "\xEF\xBB\xBFh\xC3\xA9");
-  EXPECT_TRUE(io.io_write_file(name.c_str(), L"h\u00e9\U0001F600", 2));  // UTF-16 units, pairs beyond the BMP
-  EXPECT_EQ(get_file(name), std::string("\xFF\xFEh\0\xE9\0\x3D\xD8\x00\xDE", 10));
+  // Whole text files: UTF-8 with its mark, or UTF-16 units with pairs beyond the BMP.
+  EXPECT_TRUE(io.io_write_file((dir / "t.txt").c_str(), "h\xC3\xA9", 1));
+  EXPECT_EQ(get_file(dir / "t.txt"), "\xEF\xBB\xBFh\xC3\xA9");
+  EXPECT_TRUE(io.io_write_file((dir / "t.txt").c_str(), L"h\u00e9\U0001F600", 2));
+  EXPECT_EQ(get_file(dir / "t.txt"), std::string("\xFF\xFEh\0\xE9\0\x3D\xD8\x00\xDE", 10));
 }
 
 TEST(BisFileIO, MessageIndentAndLineEnds) {
   BisFileIO io;
   io.io_SetStdioCallBack(capture_msg);
-  struct Step {
-    std::function<void()> op;
-    char const* delivered;
-  } steps[] = {
-      {[&] { io.io_callback("a\nb\r\nc\n"); }, "a\r\nb\r\nc\r\n"},
-      {[&] { io.io_callback("%d%%\n", 5); }, "5%\r\n"},  // the text reaches the caller unformatted again
-      {[&] { io.io_set_msg_indent(1, "Head\n"); }, "Head\r\n"},
-      {[&] { io.io_callback("one\n"); }, "    one\r\n"},
-      {[&] { io.io_set_msg_indent(1, nullptr); }, ""},
+  std::pair<std::function<void()>, char const*> steps[] = {
+      {[&] { io.io_callback("a\nb\r\n%d%%\n", 5); }, "a\r\nb\r\n5%\r\n"},  // reaches the caller unformatted again
+      {[&] { io.io_set_msg_indent(2, "Head\n"); }, "Head\r\n"},
       {[&] { io.io_callback("part"); }, "        part"},
       {[&] { io.io_callback(" rest\n"); }, " rest\r\n"},  // continues the line: no indent
       {[&] { io.io_callback("x\ny"); }, "        x\r\ny"},
-      {[&] { io.io_callback("%s", ""); }, ""},           // an empty message changes nothing
+      {[&] { io.io_callback("%s", ""); }, ""},  // an empty message changes nothing
       {[&] { io.io_callback("z\n"); }, "z\r\n"},
       {[&] { io.io_set_msg_indent(-1, "back\n"); }, "    back\r\n"},
       {[&] { io.io_set_msg_indent(0, "ignored"); }, ""},
@@ -103,14 +73,10 @@ TEST(BisFileIO, MessageIndentAndLineEnds) {
   };
   for (size_t i = 0; i < std::size(steps); ++i) {
     clear_captured();
-    steps[i].op();
-    EXPECT_TRUE(!steps[i].delivered || g_msgs == steps[i].delivered) << "step " << i << ": " << g_msgs;
+    steps[i].first();
+    EXPECT_TRUE(!steps[i].second || g_msgs == steps[i].second) << "step " << i << ": " << g_msgs;
   }
   EXPECT_EQ(g_msgs.size(), 4u + 1024 - 1);  // cut at the format's length plus 1024
-  io.io_set_msg_indent(-1, nullptr);
-  io.io_set_msg_indent(1, nullptr);
-  EXPECT_EQ(io.io_get_msg_indent(), 0);  // unbalanced pairs are not clamped away
-
   clear_captured();
   io.io_throw(0, "only %s\n", "reported");  // the default error callback followed the message one
   EXPECT_EQ(g_msgs, "only reported\r\n");
@@ -136,21 +102,14 @@ TEST(BisFileIO, BannerLayout) {
     std::string s = text.c_str();
     ASSERT_EQ(s.compare(0, head.size(), head), 0) << s;
     std::string rest = s.substr(head.size());
-    if (!dated.empty()) {
-      size_t eol = rest.find("\r\n") + 2;
-      EXPECT_TRUE(std::regex_match(rest.substr(0, eol), std::regex(dated))) << rest;
-      rest = rest.substr(eol);
-    }
-    EXPECT_TRUE(std::regex_match(rest, std::regex("//https?://\\S+\r\n" + slashes + "\r\n\r\n"))) << rest;
+    size_t eol = dated.empty() ? 0 : rest.find("\r\n") + 2;
+    EXPECT_TRUE(std::regex_match(rest.substr(0, eol), std::regex(dated))) << rest;
+    EXPECT_TRUE(std::regex_match(rest.substr(eol), std::regex("//https?://\\S+\r\n" + slashes + "\r\n\r\n"))) << rest;
   }
 }
 
 TEST(BisFileIO, FileCompareReports) {
-  struct Case {
-    std::string a, b;
-    int data, result;
-    std::string errors, printed;
-  } cases[] = {
+  struct { std::string a, b; int data, result; std::string errors, printed; } cases[] = {
       {"abcdef", "abcdef", 1, 1, "", ""},
       {"abcdef", "abcxef", 0, 1, "", ""},  // sizes only
       {"abcdef", "abcXeY", 1, 0, "\r\nFile data not same\r\noffset 3 (0x3)\r\n64 65 66 \r\n58 65 59 \r\n", ""},
@@ -160,75 +119,55 @@ TEST(BisFileIO, FileCompareReports) {
       {"", "", 1, 1, "", ""},
   };
   TempFolder dir;
-  for (int huge = 0; huge < 2; ++huge) {
+  for (int huge : {0, 2}) {
     for (auto const& c : cases) {
       put_file(dir / "a", c.a);
       put_file(dir / "b", c.b);
       BisFileIO a, b;
       a.io_SetErrCallBack(capture_err);
-      a.io_OpenFile((dir / "a").c_str(), nullptr, huge ? 2 : 0);
-      b.io_OpenFile((dir / "b").c_str(), nullptr, huge ? 2 : 0);
+      a.io_OpenFile((dir / "a").c_str(), nullptr, huge);
+      b.io_OpenFile((dir / "b").c_str(), nullptr, huge);
       a.io_MoveTo(c.a.size() / 2);
       clear_captured();
       testing::internal::CaptureStdout();
       EXPECT_EQ(a.io_FileCompare(b, c.data), c.result) << c.a << " / " << c.b;
-      EXPECT_EQ(testing::internal::GetCapturedStdout(), c.printed) << c.a << " / " << c.b;
-      EXPECT_EQ(g_errs, c.errors) << c.a << " / " << c.b;
+      EXPECT_EQ(testing::internal::GetCapturedStdout() + "|" + g_errs, c.printed + "|" + c.errors) << c.a << "/" << c.b;
     }
   }
 }
 
-TEST(BisFileIO, CreateFolders) {
+TEST(BisFileIO, FolderCommands) {
   TempFolder dir;
-  put_file(dir / "plain", "x");
+  put_file(dir / "plain", "keep");
   std::string win = windows_style(dir.path);
-  struct Case {
-    std::string path;
-    int result;
-    std::vector<std::string> folders, absent;
-  } cases[] = {
-      {win + "\\a\\b\\file.txt", 1, {dir / "a/b"}, {dir / "a/b/file.txt"}},
-      {win + "\\c\\d", 1, {dir / "c"}, {dir / "c/d"}},  // the last component needs a separator
-      {win + "\\c\\d\\", 1, {dir / "c/d"}, {}},
-      {"c:" + win + "\\e\\", 1, {dir / "e"}, {}},  // the drive is dropped
-      {dir.path, 1, {}, {}},
-      {"", 0, {}, {}},
-      {"c:", 0, {}, {}},
+  std::tuple<std::string, char const*, char const*> cases[] = {  // what to make, the folder made, what stays absent
+      {win + "\\a\\b\\file.txt", "a/b", "a/b/file.txt"},
+      {win + "\\c\\d", "c", "c/d"},  // the last component needs a separator
+      {"c:" + win + "\\e\\", "e", "e/x"},  // the drive is dropped
+      {"", "", "e/x"},   {"c:", "", "e/x"},
   };
   BisFileIO io;
-  for (auto const& c : cases) {
-    EXPECT_EQ(io.io_CreateFolders(c.path.c_str()), c.result) << c.path;
-    for (auto const& f : c.folders) EXPECT_TRUE(std::filesystem::is_directory(f)) << f;
-    for (auto const& f : c.absent) EXPECT_FALSE(std::filesystem::exists(f)) << f;
+  for (auto const& [path, made, absent] : cases) {
+    EXPECT_EQ(io.io_CreateFolders(path.c_str()), *made ? 1 : 0) << path;
+    EXPECT_TRUE(std::filesystem::is_directory(dir / made)) << path;
+    EXPECT_FALSE(std::filesystem::exists(dir / absent)) << path;
   }
   io.io_SetErrCallBack(capture_err);
   clear_captured();
-  std::string blocked = dir / "plain/sub/";
-  EXPECT_EQ(io.io_CreateFolders(blocked.c_str()), 0);
-  EXPECT_EQ(g_errs, "File exists\r\n" + blocked + "\r\n");  // "plain" is a file
-}
+  EXPECT_EQ(io.io_CreateFolders((dir / "plain/sub/").c_str()), 0);
+  EXPECT_EQ(io.io_mkdir((dir / "plain/x").c_str()), 0);
+  EXPECT_EQ(g_errs, "File exists\r\n" + (dir / "plain/sub/") + "\r\n" + "mkdir::cannot make folder(s) \"" +
+                        (dir / "plain/x") + "\"\r\n");
 
-TEST(BisFileIO, FolderCommands) {
-  TempFolder dir;
-  BisFileIO io;
-  io.io_SetErrCallBack(capture_err);
-  EXPECT_EQ(io.io_mkdir((dir / "m\\n\\o").c_str()), 1);
-  EXPECT_TRUE(std::filesystem::is_directory(dir / "m/n/o"));
-  put_file(dir / "file", "keep");
-  clear_captured();
-  EXPECT_EQ(io.io_mkdir((dir / "file/x").c_str()), 0);
-  EXPECT_EQ(g_errs, "mkdir::cannot make folder(s) \"" + (dir / "file/x") + "\"\r\n");
-
-  EXPECT_EQ(io.io_rmdir((dir / "none").c_str()), 1);
-  EXPECT_EQ(io.io_rmdir((dir / "file").c_str()), 1);  // not a folder: left alone
-  EXPECT_EQ(get_file(dir / "file"), "keep");
+  EXPECT_EQ(io.io_rmdir((dir / "plain").c_str()), 1);  // not a folder: left alone
+  EXPECT_EQ(get_file(dir / "plain"), "keep");
   put_file(dir / "target/inside", "safe");
   std::filesystem::create_directory_symlink(dir / "target", dir / "link");
   EXPECT_EQ(io.io_rmdir((dir / "link\\").c_str()), 1);  // the link goes, not what it points at
   EXPECT_FALSE(std::filesystem::is_symlink(dir / "link"));
   EXPECT_EQ(get_file(dir / "target/inside"), "safe");
-  EXPECT_EQ(io.io_rmdir((dir / "m").c_str()), 1);
-  EXPECT_FALSE(std::filesystem::exists(dir / "m"));
+  EXPECT_EQ(io.io_rmdir((dir / "a").c_str()), 1);
+  EXPECT_FALSE(std::filesystem::exists(dir / "a"));
 
   put_file(dir / "src/sub/b.txt", "B");
   std::filesystem::create_directories(dir / "src/empty");
@@ -236,7 +175,7 @@ TEST(BisFileIO, FolderCommands) {
   EXPECT_EQ(io.io_copy_folder((dir / "src").c_str(), (dir / "dst").c_str()), 1);
   EXPECT_EQ(get_file(dir / "dst/sub/b.txt"), "B");
   EXPECT_FALSE(std::filesystem::exists(dir / "dst/old.txt"));
-  EXPECT_FALSE(std::filesystem::exists(dir / "dst/empty"));  // files with their folders, as xcopy /s
+  EXPECT_FALSE(std::filesystem::exists(dir / "dst/empty"));  // files with their folders only
   EXPECT_EQ(io.io_copy_folder((dir / "src").c_str(), (dir / "src/sub/deeper").c_str()), 0);
   EXPECT_EQ(io.io_copy_folder((dir / "src/sub").c_str(), (dir / "src").c_str()), 0);
   EXPECT_EQ(get_file(dir / "src/sub/b.txt"), "B");
@@ -244,17 +183,13 @@ TEST(BisFileIO, FolderCommands) {
 
 TEST(BisFileIO, RenameRules) {
   TempFolder dir;
-  struct Case {
-    std::string from, to;
-    int result;
-    std::string gone, now;  // the name that must have gone, the name now holding "data"
-  } cases[] = {
+  // gone: the name that must have gone; now: the name now holding "data".
+  struct { std::string from, to; int result; std::string gone, now; } cases[] = {
       {windows_style(dir / "f/a.txt"), "b.txt", 1, dir / "f/a.txt", dir / "f/b.txt"},  // stays in its folder
       {dir / "f/b.txt", dir / "f/b.txt", 0, "", dir / "f/b.txt"},
       {dir / "f/b.txt", dir / "f/B.TXT", 1, dir / "f/b.txt", dir / "f/B.TXT"},      // case only
       {dir / "f/B.TXT", dir / "f/old.txt", 1, dir / "f/B.TXT", dir / "f/old.txt"},  // replaces
-      {"", "x", -1, "", ""},
-      {"x", "", -1, "", ""},
+      {"", "x", -1, "", ""}, {"x", "", -1, "", ""},
   };
   put_file(dir / "f/a.txt", "data");
   put_file(dir / "f/old.txt", "old");
@@ -269,34 +204,6 @@ TEST(BisFileIO, RenameRules) {
   EXPECT_EQ(io.io_Rename((dir / "nope").c_str(), "n2"), -1);
   EXPECT_EQ(g_errs, "Rename failed with No such file or directory\r\nFrom='" + (dir / "nope") + "' To= '" +
                         (dir / "n2") + "'\r\n");
-}
-
-std::vector<std::string> g_lines;
-int record_shell(char const* line) {
-  g_lines.push_back(line);
-  return 4;
-}
-
-TEST(BisFileIO, ShellCommandLines) {
-  BisFileIO io;
-  auto previous = BisFileIO::io_SetShellRunner(record_shell);
-  std::pair<std::function<int()>, char const*> cases[] = {
-      {[&] { return io.io_system("tool -x %d", 5); }, "\"tool -x 5\""},
-      {[&] { return io.io_system(1, "L", "cmd %s", "a"); }, "\"cmd a 1>> L\""},
-      {[&] { return io.io_system(2, "L", "cmd"); }, "\"cmd 2>> L\""},
-      {[&] { return io.io_system(3, "L", "cmd"); }, "\"cmd 1>> L 2>&1\""},
-      {[&] { return io.io_system(3, "", "cmd"); }, "\"cmd\""},
-      {[&] { return io.io_sys_both("log.txt", "\"%s\" -v", "my tool"); }, "\"\"my tool\" -v 1>> log.txt 2>&1\""},
-      {[&] { return io.io_system_quotes(L"w\u00e9"); }, "\"w\xC3\xA9\""},
-  };
-  for (auto const& [run, line] : cases) {
-    g_lines.clear();
-    EXPECT_EQ(run(), 4);
-    EXPECT_EQ(g_lines, std::vector<std::string>{line});
-  }
-  BisFileIO::io_SetShellRunner(previous);
-  EXPECT_EQ(io.io_system("exit 0"), 0);  // the default runner really runs the command
-  EXPECT_NE(io.io_system("exit 3"), 0);
 }
 
 }  // namespace

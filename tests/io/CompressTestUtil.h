@@ -1,15 +1,8 @@
 #pragma once
-// Helpers shared by the block codec tests.
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <memory>
-#include <string>
 #include <vector>
 
+#include "io/BisFileIO_test_util.h"
 #include "io/CompressionEngine.h"
 
 namespace compress_test {
@@ -22,10 +15,9 @@ inline Bytes cat(std::initializer_list<Bytes> parts) {
 }
 inline Bytes le32(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)}; }
 inline Bytes le24(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16)}; }
-
-inline Bytes read_file(std::filesystem::path const& p) {
-  std::ifstream f(p, std::ios::binary);
-  return Bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
+inline Bytes read_file(std::string const& name) {
+  std::string s = get_file(name);
+  return Bytes(s.begin(), s.end());
 }
 
 inline Bytes packed(Bytes const& data, CompressType type) {
@@ -36,7 +28,7 @@ inline Bytes packed(Bytes const& data, CompressType type) {
 }
 
 struct Expanded {
-  int64_t result;
+  int64_t result = -1;
   Bytes out;
   std::string message;  // of a thrown failure, whose result is then -1
 };
@@ -44,11 +36,10 @@ struct Expanded {
 // Expands from and into exactly sized heap copies, so that the address sanitizer sees any access
 // past either end.
 inline Expanded expand_exact(Bytes const& stream, uint64_t size, CompressType type) {
-  auto src = std::make_unique<uint8_t[]>(stream.size());
-  if (!stream.empty()) std::memcpy(src.get(), stream.data(), stream.size());
-  auto dst = std::make_unique<uint8_t[]>(size);
+  auto src = std::make_unique<uint8_t[]>(stream.size()), dst = std::make_unique<uint8_t[]>(size);
+  std::copy(stream.begin(), stream.end(), src.get());
   CompressionEngine engine;
-  Expanded e{-1, {}, {}};
+  Expanded e;
   try {
     e.result = cmp_Expand(engine, src.get(), stream.size(), dst.get(), size, type);
   } catch (char const* m) {
