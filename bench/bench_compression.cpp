@@ -2,6 +2,8 @@
 // the production one on the same samples to show what the hash chains buy.
 #include <benchmark/benchmark.h>
 
+#include "support/LzssReference.h"
+
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
@@ -60,57 +62,6 @@ Bytes const& sample(int which) {
 
 char const* sample_name(int which) { return which == 0 ? "text" : "binary"; }
 
-Bytes reference_compress(Bytes const& in) {
-  Bytes out;
-  size_t flag_at = 0;
-  int items = 0;
-  auto item = [&](bool literal, std::initializer_list<uint8_t> bytes) {
-    if (items == 0) {
-      flag_at = out.size();
-      out.push_back(0);
-    }
-    if (literal) out[flag_at] |= uint8_t(1 << items);
-    out.insert(out.end(), bytes);
-    items = (items + 1) % 8;
-  };
-  size_t const n = in.size();
-  uint8_t const* d = in.data();
-  size_t window = 0, pos = 0;
-  while (pos < n) {
-    if (pos - window > 4095) window = pos - 4095;
-    size_t const remaining = n - pos;
-    size_t best = 0, best_pos = 0;
-    if (remaining >= 3) {
-      for (size_t scan = window;;) {
-        size_t p = scan;
-        while (p < pos && !(d[p] == d[pos] && d[p + 1] == d[pos + 1] && d[p + 2] == d[pos + 2])) ++p;
-        if (p >= pos) break;
-        size_t len = 0;
-        while (len < remaining && d[p + len] == d[pos + len]) ++len;
-        if (len > best) {
-          best = len;
-          best_pos = p;
-        }
-        scan = p + len;
-      }
-    }
-    if (best < 3) {
-      item(true, {d[pos++]});
-      continue;
-    }
-    size_t const dist = pos - best_pos;
-    size_t const pieces = best <= 18 ? 1 : best / 18;
-    size_t const len = best <= 18 ? best : 18;
-    for (size_t k = 0; k < pieces; ++k) {
-      item(false, {uint8_t(dist & 0xFF), uint8_t(((dist >> 4) & 0xF0) | (len - 3))});
-      pos += len;
-    }
-  }
-  uint32_t sum = 0;
-  for (uint8_t b : in) sum += b;
-  for (int i = 0; i < 4; ++i) out.push_back(uint8_t(sum >> (8 * i)));
-  return out;
-}
 
 void finish(benchmark::State& state, Bytes const& in, size_t packed) {
   state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(in.size()));
@@ -134,7 +85,7 @@ void BM_LzssEncodePlainScan(benchmark::State& state) {
   state.SetLabel(sample_name(int(state.range(0))));
   size_t n = 0;
   for (auto _ : state) {
-    Bytes out = reference_compress(in);
+    Bytes out = lzss_reference_compress(in, false);
     n = out.size();
     benchmark::DoNotOptimize(out.data());
   }
