@@ -11,7 +11,9 @@
 namespace {
 
 // Test cases may run at once in separate processes: every name carries the process id.
-std::string tmp(char const* name) { return ::testing::TempDir() + "kaltor_cli_" + std::to_string(getpid()) + "_" + name; }
+std::string tmp(char const* name) {
+  return ::testing::TempDir() + "kaltor_cli_" + std::to_string(getpid()) + "_" + name;
+}
 
 std::string read_file(std::string const& p) {
   std::stringstream s;
@@ -20,7 +22,7 @@ std::string read_file(std::string const& p) {
 }
 
 void write_file(std::string const& p, Bytes const& b) {
-  std::ofstream(p, std::ios::binary).write(reinterpret_cast<char const*>(b.data()), static_cast<std::streamsize>(b.size()));
+  std::ofstream(p, std::ios::binary).write(reinterpret_cast<char const*>(b.data()), std::streamsize(b.size()));
 }
 
 struct CliRun {
@@ -47,7 +49,7 @@ TEST(KaltorCli, Decode) {
   CliRun plain = vendrak({in});
   EXPECT_EQ(plain.status, 0) << plain.err;
   EXPECT_TRUE(plain.err.empty()) << plain.err;
-  EXPECT_NE(plain.out.find("\r\nclass CfgPatches\r\n{\r\n\tclass cba_diagnostic_enable_perf_loop\r\n"), std::string::npos);
+  EXPECT_NE(plain.out.find("\r\nclass CfgPatches\r\n{\r\n\tclass cba_diagnostic_enable_perf_loop\r\n"), plain.out.npos);
   std::string out = tmp("out.cpp");
   CliRun to_file = vendrak({in, "-o", out});
   EXPECT_EQ(to_file.status, 0);

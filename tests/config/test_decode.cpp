@@ -13,7 +13,8 @@ TEST(KaltorText, LayoutOfEveryEntryKind) {
       {cls("", {cls("A")}), "class A{};\r\n"},
       {cls("", {cls("B", {}, "A")}), "class B: A{};\r\n"},
       {cls("", {cls("A", {v_i("x", -7)})}), "class A\r\n{\r\n\tx = -7;\r\n};\r\n"},
-      {cls("", {cls("A", {cls("B", {v_i("x", 1)}, "C")})}), "class A\r\n{\r\n\tclass B: C\r\n\t{\r\n\t\tx = 1;\r\n\t};\r\n};\r\n"},
+      {cls("", {cls("A", {cls("B", {v_i("x", 1)}, "C")})}),
+       "class A\r\n{\r\n\tclass B: C\r\n\t{\r\n\t\tx = 1;\r\n\t};\r\n};\r\n"},
       {cls("", {v_str("s", "say \"hi\"\nbye")}), "s = \"say \"\"hi\"\"\" \\n \"bye\";\r\n"},
       {cls("", {v_str("s", "")}), "s = \"\";\r\n"},
       {cls("", {v_f("f", 0.1f), v_f("g", 2.0f)}), "f = 0.1;\r\ng = 2.0;\r\n"},
@@ -62,8 +63,9 @@ TEST(KaltorText, OfpIndexedStringsAndOrdinalEnums) {
   ASSERT_EQ(d.code, 0) << d.messages;
   EXPECT_NE(d.text.find("#define _OFP_\r\n\r\n"), std::string::npos);
   EXPECT_EQ(d.body,
-            "//(2 Enums)\r\nenum {\r\n\ta,\t//0\r\n\tb,\t//1\r\n};\r\n//class  {\r\nversion = 13;\r\nmode = \"ARCADE\";\r\n"
-            "class Inner: Base {\r\n\tmode = \"mode\";\r\n\tlist[] = {\"ARCADE\",\"x\"};\r\n};\r\nclass Empty {};\r\n//};\r\n");
+            "//(2 Enums)\r\nenum {\r\n\ta,\t//0\r\n\tb,\t//1\r\n};\r\n"
+            "//class  {\r\nversion = 13;\r\nmode = \"ARCADE\";\r\nclass Inner: Base {\r\n\tmode = \"mode\";\r\n"
+            "\tlist[] = {\"ARCADE\",\"x\"};\r\n};\r\nclass Empty {};\r\n//};\r\n");
 }
 
 Bytes with(Bytes b, size_t at, uint32_t v) {
