@@ -24,24 +24,19 @@ inline bool capture(char const* format, ...) {
 
 struct Decoded {
   int code;
-  std::string text;      // the whole text
-  std::string body;      // what follows the #define line
-  std::string messages;  // what reached the callbacks
+  std::string text, body, messages;  // the whole text, what follows the #define line, the callbacks' share
 };
 
 // Decodes from memory with a fresh context; the banner carries no date so the text is stable.
-inline Decoded decode(Bytes const& b, bool tabs = true, unsigned char const* key = nullptr) {
+inline Decoded decode(Bytes const& b, bool tabs = true, int per_line = 0) {
   BisDLL dll;
   Kaltor* k = dll.dll_GetKaltor();
   k->drp_GetIO()->io_SetStdioCallBack(capture);
   k->drp_SetTabChar(tabs);
-  k->drp_SetXboxKey(key);
+  k->drp_SetElementsPerLine(per_line);
   captured().clear();
   GenString text;
-  Decoded d;
-  d.code = k->drp_Decode(b.data(), b.size(), text, "test.bin", -1);
-  d.text = text.c_str();
-  d.messages = captured();
+  Decoded d{k->drp_Decode(b.data(), b.size(), text, "test.bin", -1), text.c_str(), "", captured()};
   size_t at = d.text.find("#define ");
   if (at != std::string::npos) d.body = d.text.substr(d.text.find("\r\n\r\n", at) + 4);
   return d;
