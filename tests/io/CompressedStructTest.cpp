@@ -77,6 +77,8 @@ TEST(CompressedStruct, ModifiedArraysAreCodedAfresh) {
       {"LZO below the threshold stays raw", CT_LZO | CT_WRITE_COUNT, tiny, 1, 4 + 3},
       {"equal elements become one", CT_LZSS | CT_FILL_BYTE | CT_WRITE_COUNT, same, 2, 4 + 1 + 2},
       {"flag byte 0 stays raw", CT_LZO | CT_FLAG_BYTE | CT_WRITE_COUNT, varied, 4, 4 + 1 + 2800},
+      // Found by fuzzing: without a method bit the writer left out the flag byte the reader expects.
+      {"flag byte without a method", CT_FLAG_BYTE | CT_WRITE_COUNT, varied, 4, 4 + 1 + 2800},
       {"3-byte size with LZO", 0x10011, varied, 1, 0},
       {"3-byte size with run-length", 0x10018, same, 1, 0},
   };
