@@ -17,7 +17,9 @@ Bytes elements(size_t count, uint32_t element_size) {
 }
 
 Bytes write_with(std::function<void(BisFileIO&)> const& fn) {
-  std::string name = testing::TempDir() + "compressed_struct_out.bin";
+  // One file per test: ctest runs the tests of this suite side by side.
+  std::string name = testing::TempDir() + "compressed_struct_" +
+                     testing::UnitTest::GetInstance()->current_test_info()->name() + ".bin";
   BisFileIO out;
   EXPECT_EQ(out.io_CreateFile(name.c_str()), 1);
   fn(out);
