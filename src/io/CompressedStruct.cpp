@@ -13,7 +13,7 @@ namespace {
 constexpr uint64_t kRawThreshold = 1024;  // smaller arrays are stored raw: compression would not pay
 // Arrays that the file states but does not back with bytes (fill values, grids) are capped when the
 // count itself came from the file, so a damaged count cannot demand gigabytes.
-constexpr uint64_t kMaxUnbackedBytes = uint64_t(128) << 20;
+constexpr uint64_t kMaxUnbackedBytes = uint64_t(64) << 20;
 constexpr CompressType kMethods = CT_LZO | CT_LZSS | CT_LZSS_SIGNED | CT_RLE;
 
 CompressionEngine& expansion_engine() {
@@ -35,6 +35,7 @@ CompressedStruct& CompressedStruct::operator=(CompressedStruct&& other) noexcept
   cs_Release();
   _Array = std::exchange(other._Array, nullptr);
   _count = std::exchange(other._count, 0);
+  _capacity = std::exchange(other._capacity, 0);
   _owned = std::exchange(other._owned, 0);
   _state = other._state;
   _elementSize = other._elementSize;
@@ -54,6 +55,9 @@ void CompressedStruct::cs_Release() {
   _Array = nullptr;
   _owned = 0;
   _count = 0;
+  _capacity = 0;
+  _storedStart = _payload = nullptr;
+  _storedLength = 0;
 }
 
 uint64_t CompressedStruct::bytes_of(uint64_t count) const {
@@ -65,9 +69,11 @@ uint8_t* CompressedStruct::allocate_bytes(uint64_t bytes) {
   if (_owned) delete[] _Array;
   _Array = nullptr;
   _owned = 0;
+  _capacity = 0;
   _Array = new (std::nothrow) uint8_t[bytes ? bytes : 1]();
   if (!_Array) throw GE_NO_MEMORY;
   _owned = 1;
+  _capacity = bytes;
   return _Array;
 }
 
@@ -87,6 +93,7 @@ void CompressedStruct::cs_CopyIn(void const* data, uint64_t count) {
 void CompressedStruct::point_raw(BisFileIO& io, uint64_t bytes) {
   _payload = io.io_GetAddress();
   _Array = io.io_GetAddressAndUpdate(bytes);
+  _capacity = bytes;
 }
 
 void CompressedStruct::expand(BisFileIO& io, CompressType type, uint64_t bytes) {
@@ -230,6 +237,7 @@ void CompressedStruct::write_compressed(BisFileIO& io, CompressType type, uint64
 
 void CompressedStruct::WriteCompressed(BisFileIO& io, CompressType type, uint64_t count) {
   uint64_t const bytes = bytes_of(count);
+  if (bytes > _capacity) throw GE_CODE_BUG;  // more elements asked for than the array holds
 
   if (type & CT_TRIBYTE_SIZE) {
     CompressType method = 0;

@@ -71,6 +71,7 @@ class CompressedStruct {
  private:
   uint8_t* _Array = nullptr;
   uint64_t _count = 0;
+  uint64_t _capacity = 0;  // bytes that _Array may be read from
   uint8_t _owned = 0;
   uint8_t _state = 0;
   uint32_t _elementSize;
