@@ -8,6 +8,7 @@
 
 #include "Command.h"
 #include "Console.h"
+#include "core/BisMessage.h"
 #include "core/BisDLL.h"
 #include "io/BisFileIO.h"
 #include "pbo/Vendrak.h"
@@ -34,16 +35,6 @@ struct BarState {
 };
 BarState g_bar;
 
-std::string format_message(char const* format, va_list ap) {
-  va_list copy;
-  va_copy(copy, ap);
-  int n = std::vsnprintf(nullptr, 0, format, copy);
-  va_end(copy);
-  std::string text(n > 0 ? static_cast<size_t>(n) : 0, '\0');
-  if (n > 0) std::vsnprintf(text.data(), text.size() + 1, format, ap);
-  return text;
-}
-
 // Messages that are not shown still let Escape cancel, but the console is polled at most ten times a
 // second: each poll waits a moment for a key, and an archive of thousands of entries sends thousands
 // of messages.
@@ -59,7 +50,7 @@ bool hidden_message(char const*, ...) {
 bool print_beside_bar(char const* format, ...) {
   va_list ap;
   va_start(ap, format);
-  std::string text = format_message(format, ap);
+  std::string text = bis_vformat(format, ap);
   va_end(ap);
   if (g_bar.in_entry) {
     if (text.find('\n') != std::string::npos) g_bar.in_entry = false;
@@ -72,7 +63,7 @@ bool print_beside_bar(char const* format, ...) {
 bool errors_beside_bar(char const* format, ...) {
   va_list ap;
   va_start(ap, format);
-  std::string text = format_message(format, ap);
+  std::string text = bis_vformat(format, ap);
   va_end(ap);
   if (g_bar.bar) g_bar.bar->finish();
   return cli_print_stderr("%s", text.c_str());

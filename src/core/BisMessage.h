@@ -1,4 +1,5 @@
 #pragma once
+#include <cstdarg>
 #include <string>
 #include <utility>
 
@@ -9,5 +10,8 @@ struct BisMessage {
   std::string text;
   explicit BisMessage(std::string t) : text(std::move(t)) {}
 };
+
+// printf into a string of whatever length the result needs.
+std::string bis_vformat(char const* format, va_list ap);
 
 [[noreturn]] void bis_throw_message(char const* format, ...) __attribute__((format(printf, 1, 2)));
