@@ -36,10 +36,7 @@ std::vector<unsigned char> const& largest_config() {
 
 void BM_DecodeToText(benchmark::State& state) {
   auto const& b = largest_config();
-  if (b.empty()) {
-    state.SkipWithError("no corpus");
-    return;
-  }
+  if (b.empty()) return state.SkipWithError("no corpus");
   BisDLL dll;
   Kaltor* k = dll.dll_GetKaltor();
   for (auto _ : state) {
@@ -53,10 +50,7 @@ BENCHMARK(BM_DecodeToText)->Unit(benchmark::kMillisecond);
 
 void BM_DecodeToTree(benchmark::State& state) {
   auto const& b = largest_config();
-  if (b.empty()) {
-    state.SkipWithError("no corpus");
-    return;
-  }
+  if (b.empty()) return state.SkipWithError("no corpus");
   BisDLL dll;
   Kaltor* k = dll.dll_GetKaltor();
   for (auto _ : state) {

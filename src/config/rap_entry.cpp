@@ -248,19 +248,26 @@ rap_entry* rap_entry::rpe_add_int64(char const* name, int64_t value) {
   return n;
 }
 
+namespace {
+// The value's text is the shortest one that reads back to the same bits, as the decoder writes it.
+template <class Real>
+void set_real_text(GenString& value_text, Real value) {
+  GenString text;
+  value_text = text.str_FloatToStr(value, false);
+}
+}  // namespace
+
 rap_entry* rap_entry::rpe_add_float(char const* name, float value) {
   rap_entry* n = _append(RPE_FLOAT, name);
   n->_bin.f = value;
-  GenString text;
-  n->tkn_value() = text.str_FloatToStr(value, false);
+  set_real_text(n->tkn_value(), value);
   return n;
 }
 
 rap_entry* rap_entry::rpe_add_double(char const* name, double value) {
   rap_entry* n = _append(RPE_DOUBLE, name);
   n->_bin.d = value;
-  GenString text;
-  n->tkn_value() = text.str_FloatToStr(value, false);
+  set_real_text(n->tkn_value(), value);
   return n;
 }
 
