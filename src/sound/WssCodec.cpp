@@ -40,8 +40,8 @@ WssCodec::WssCodec() {
   _steps[127] = 0;
   for (int k = 1; k <= 127; ++k) {
     int s = static_cast<int>(std::lround(std::pow(1.0853122970142959, k)));
-    _steps[static_cast<size_t>(127 + k)] = static_cast<int16_t>(s);
-    _steps[static_cast<size_t>(127 - k)] = static_cast<int16_t>(-s);
+    _steps[static_cast<size_t>(127 + k)] = s;
+    _steps[static_cast<size_t>(127 - k)] = -s;
   }
   _codes[32768] = 0;
   for (int d = 1; d <= 32768; ++d) {

@@ -38,6 +38,6 @@ class WssCodec {
   int wss_ByteEncodeCode(int difference) const { return _codes[static_cast<size_t>(difference + 32768)]; }
 
  private:
-  std::array<int16_t, 255> _steps{};
+  std::array<int32_t, 255> _steps{};  // the top step rounds to 32768
   std::array<int8_t, 65537> _codes{};
 };
