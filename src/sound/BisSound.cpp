@@ -74,12 +74,16 @@ void BisSound::_report(char const* format, ...) {
 
 int BisSound::wss_Open(char const* file, BisCallback callback, int flags) {
   _io.io_SetStdioCallBack(callback);
-  return bis_guarded_call<SonmarErrors>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
+  int r = bis_guarded_call<SonmarErrors>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
     wss_Close();
     if (!file || !*file) throw "no filename";
     if (!_io.io_OpenFile(file)) _io.io_throw(GE_INVALID_FILE, "Cannot open %s\r\n", file);
     return _open_worker(file, flags);
   });
+  _io.io_CloseInput();  // the sound is held as PCM now
+  // A sound that failed half way must not be written out as if it were whole.
+  if (r) wss_Close();
+  return r;
 }
 
 int BisSound::wss_Open(wchar_t const* file, BisCallback callback, int flags) {
@@ -89,11 +93,14 @@ int BisSound::wss_Open(wchar_t const* file, BisCallback callback, int flags) {
 
 int BisSound::wss_Open(void const* data, uint64_t size, BisCallback callback, int flags, char const* name) {
   _io.io_SetStdioCallBack(callback);
-  return bis_guarded_call<SonmarErrors>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
+  int r = bis_guarded_call<SonmarErrors>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
     wss_Close();
     _io.io_OpenPseudoFile(data, size);
     return _open_worker(name ? name : "", flags);
   });
+  _io.io_CloseInput();
+  if (r) wss_Close();
+  return r;
 }
 
 // ===== opening ==============================================================
