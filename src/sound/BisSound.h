@@ -1,5 +1,6 @@
 #pragma once
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -84,7 +85,8 @@ class BisSound {
   double wss_GetPlayTime() const;
   uint64_t wss_GetFrames() const { return _fmt.block_align ? _data.size() / _fmt.block_align : 0; }
 
-  WssCodec const& wss_GetCodec() const { return _codec; }
+  // The byte encoder's tables, built on first use.
+  WssCodec const& wss_GetCodec();
   static char const* ErrorString(int code);
 
   // The code a thrown message text turns into.
@@ -108,7 +110,7 @@ class BisSound {
 
   BisDLL* _dll;
   BisFileIO _io;
-  WssCodec _codec;
+  std::unique_ptr<WssCodec> _codec;
   WssFormat _fmt;
   uint32_t _compression = 0;
   int _type = SOUND_NONE;

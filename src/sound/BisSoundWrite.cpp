@@ -55,6 +55,11 @@ int BisSound::wss_Resample(wchar_t const* file, unsigned int rate, unsigned int 
   return wss_Resample(file ? name.c_str() : nullptr, rate, kind);
 }
 
+WssCodec const& BisSound::wss_GetCodec() {
+  if (!_codec) _codec = std::make_unique<WssCodec>();
+  return *_codec;
+}
+
 void BisSound::_require_sound() const {
   if (_type == SOUND_NONE) throw "no sound is open";
 }
@@ -92,7 +97,7 @@ void BisSound::_write_wss(uint32_t compression) {
     WssCodec::wss_EncodeNibble(_data.data(), samples, _fmt.channels, packed.data());
   } else if (compression == COMPRESSION_BYTE) {
     packed.resize(samples);
-    _codec.wss_EncodeByte(_data.data(), samples, _fmt.channels, packed.data());
+    wss_GetCodec().wss_EncodeByte(_data.data(), samples, _fmt.channels, packed.data());
   } else {
     _io.io_WriteBlock(_data.data(), _data.size());
     return;
