@@ -94,24 +94,14 @@ inline void write_file(fs::path const& p, std::string const& bytes) {
 }
 
 inline std::string captured[2];  // the message callback, and the error callback
-inline bool capture_to(int which, char const* format, va_list ap) {
+template <int Which>
+bool capture(char const* format, ...) {
   char buf[4096];
+  va_list ap;
+  va_start(ap, format);
   std::vsnprintf(buf, sizeof buf, format, ap);
-  captured[which] += buf;
-  return true;
-}
-inline bool capture(char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  capture_to(0, format, ap);
   va_end(ap);
-  return true;
-}
-inline bool capture_err(char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  capture_to(1, format, ap);
-  va_end(ap);
+  captured[Which] += buf;
   return true;
 }
 
@@ -123,14 +113,14 @@ struct SoundTest : ::testing::Test {
     std::string t = (fs::temp_directory_path() / "vendrak-sound-XXXXXX").string();
     dir = ::mkdtemp(t.data());
     captured[0].clear(), captured[1].clear();
-    tool->wss_GetFileIO()->io_SetErrCallBack(capture_err);
+    tool->wss_GetFileIO()->io_SetErrCallBack(capture<1>);
   }
   ~SoundTest() override {
     std::error_code ec;
     fs::remove_all(dir, ec);
   }
-  int open(std::string const& bytes) { return tool->wss_Open(bytes.data(), bytes.size(), capture, 0, "test"); }
-  int open_file(fs::path const& p) { return tool->wss_Open(p.c_str(), capture, 0); }
+  int open(std::string const& bytes) { return tool->wss_Open(bytes.data(), bytes.size(), capture<0>, 0, "test"); }
+  int open_file(fs::path const& p) { return tool->wss_Open(p.c_str(), capture<0>, 0); }
   std::vector<int> pcm() const { return as_samples(tool->wss_GetData(), tool->wss_GetDataSize()); }
   std::string out(char const* name) const { return (dir / name).string(); }
 };

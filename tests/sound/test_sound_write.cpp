@@ -28,30 +28,24 @@ TEST_F(SoundTest, PlainPcmSurvivesWavToWssToWav) {
   }
 }
 
-// Compressed files written by the tool decode to exactly what the codec gives for the same PCM,
-// and reopen with the same format.
-TEST_F(SoundTest, CompressedWssDecodesToTheCodecsSamples) {
-  std::vector<int> v = sine(3001, 2, 440, 44100, 20000);
-  v.pop_back();  // an odd number of samples
-  std::string data = samples16(v);
+// Compressed files written by the tool reopen as the same sound, near the original samples; an
+// odd sample count gains one sample in the nibble form.
+TEST_F(SoundTest, CompressedWssReopensNearTheOriginal) {
+  std::vector<int> v = sine(2999, 1, 440, 44100, 20000);
   for (int kind : {BisSound::KIND_WSS_NIBBLE, BisSound::KIND_WSS_BYTE}) {
-    ASSERT_EQ(open(wss(Fmt::pcm(1, 44100, 16), 0, data)), 0);
+    ASSERT_EQ(open(wss(Fmt::pcm(1, 44100, 16), 0, samples16(v))), 0);
     ASSERT_EQ(tool->wss_Create(out("c.wss").c_str(), kind), 0);
-    std::string file = read_file(out("c.wss"));
-    ASSERT_EQ(file.size(), 26 + (kind == 4 ? (v.size() + 1) / 2 : v.size()));
-    std::vector<uint8_t> want(kind == 4 ? 4 * (file.size() - 26) : 2 * (file.size() - 26));
-    auto const* packed = reinterpret_cast<uint8_t const*>(file.data() + 26);
-    if (kind == 4)
-      WssCodec::wss_DecodeNibble(packed, file.size() - 26, 1, want.data());
-    else
-      WssCodec::wss_DecodeByte(packed, file.size() - 26, 1, want.data());
     ASSERT_EQ(open_file(out("c.wss")), 0);
     EXPECT_EQ(tool->wss_GetCompression(), static_cast<uint32_t>(kind));
-    EXPECT_EQ(pcm(), as_samples(want.data(), want.size()));
+    std::vector<int> back = pcm();
+    ASSERT_EQ(back.size(), v.size() + (kind == 4));
+    for (size_t i = 0; i < v.size(); ++i) ASSERT_NEAR(back[i], v[i], 700) << kind << " at " << i;
   }
   ASSERT_EQ(open(wss(Fmt::pcm(1, 8000, 8), 0, "ab")), 0);
   EXPECT_EQ(tool->wss_Create(out("d.wss").c_str(), BisSound::KIND_WSS_BYTE), 18);
   EXPECT_EQ(tool->wss_Create((dir / "missing" / "e.wav").c_str(), BisSound::KIND_WAV), 3);
+  BisDLL other;  // nothing open
+  EXPECT_EQ(other.dll_GetSonmar()->wss_Create(out("c.wav").c_str(), BisSound::KIND_WAV), 3);
 }
 
 TEST_F(SoundTest, OggWeWriteDecodesToTheInputsLength) {
@@ -89,19 +83,16 @@ TEST_F(SoundTest, OggThatVorbisRefusesLeavesNoFile) {
 }
 
 TEST_F(SoundTest, ResampleKeepsTheToneAndTheLength) {
-  size_t const frames = 44100;
-  for (int channels : {1, 2}) {
-    ASSERT_EQ(open(wav(Fmt::pcm(static_cast<uint32_t>(channels), 44100, 16),
-                       samples16(sine(frames, channels, 1000, 44100, 16000)))),
-              0);
+  for (uint32_t channels : {1u, 2u}) {
+    ASSERT_EQ(open(wav(Fmt::pcm(channels, 44100, 16), samples16(sine(44100, channels, 1000, 44100, 16000)))), 0);
     ASSERT_EQ(tool->wss_Resample(out("r.wav").c_str(), 22050, BisSound::KIND_WAV), 0);
     ASSERT_EQ(open_file(out("r.wav")), 0);
     EXPECT_EQ(tool->wss_GetFormat().samples_per_sec, 22050u);
-    EXPECT_EQ(tool->wss_GetFormat().bytes_per_sec, 22050u * 2 * static_cast<uint32_t>(channels));
+    EXPECT_EQ(tool->wss_GetFormat().bytes_per_sec, 22050u * 2 * channels);
     std::vector<int> v = pcm();
-    EXPECT_NEAR(static_cast<double>(v.size()), frames / 2.0 * channels, 2 * channels);
+    EXPECT_NEAR(static_cast<double>(v.size()), 22050.0 * channels, 2 * channels);
     // Away from the edges the result is the same sine at the new rate.
-    std::vector<int> want = sine(v.size() / static_cast<size_t>(channels), channels, 1000, 22050, 16000);
+    std::vector<int> want = sine(v.size() / channels, static_cast<int>(channels), 1000, 22050, 16000);
     int worst = 0;
     for (size_t i = 1000; i + 1000 < v.size(); ++i) worst = std::max(worst, std::abs(v[i] - want[i]));
     EXPECT_LT(worst, 40) << channels;
@@ -131,7 +122,5 @@ TEST_F(SoundTest, LipSyncFollowsTheLoudnessOfEachWindow) {
   EXPECT_EQ(tool->wss_CreateLip(out("b.lip").c_str(), 0.1f), 16);
   ASSERT_EQ(open(wav(Fmt::pcm(2, 8000, 16), samples16({1, 2}))), 0);
   EXPECT_EQ(tool->wss_CreateLip(out("b.lip").c_str(), 0.1f), 17);
-  BisDLL other;
-  EXPECT_EQ(other.dll_GetSonmar()->wss_Create(out("c.wav").c_str(), BisSound::KIND_WAV), 3);
 }
 }  // namespace
