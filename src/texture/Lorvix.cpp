@@ -204,7 +204,8 @@ void Lorvix::_read_tagg() {
     default:
       t.value = _io.io_ReadUlong();
       // Only the two alpha kinds exist; anything else is a texture this tool cannot vouch for.
-      if (t.kind == PaxTagg::FLAG && t.value != 1 && t.value != 2)
+      // The kind is the low byte: textures in use carry FFFFFF01, with the upper bytes unset.
+      if (t.kind == PaxTagg::FLAG && (t.value & 0xFF) != 1 && (t.value & 0xFF) != 2)
         _io.io_throw(GE_DEBUG_TRAP, "FLAG: %08X\r\n", t.value);
       _io.io_callback("%s: %08X\r\n", PaxTagg::tag_Name(t.kind), t.value);
       break;
@@ -297,10 +298,20 @@ void Lorvix::_expand(PaxMipmap& mm) {
   } catch (char const*) {
   } catch (BisMessage const&) {
   }
-  if (used < 0) bad();
+  if (used >= 0) return;
+  // Some writers store 16-bit and indexed pixels uncoded; their length then equals the pixels'.
+  if (!mm.lzo && mm.stored_size == mm.expanded_size) {
+    mm.mm_Own(0);
+    mm.pixels = mm.stored;
+    mm.pixel_size = mm.stored_size;
+    return;
+  }
+  bad();
 }
 
 void Lorvix::_read_end() {
+  // Some writers stop after the four zero bytes; a file that ends there lacks nothing to read.
+  if (!_io.io_RemainingBytes()) return;
   if (_io.io_RemainingBytes() < 2 || _io.io_ReadUshort() != 0) throw PAXERR_NO_ENDING_ZEROES;
   if (_io.io_RemainingBytes()) throw GE_RESIDUAL_BYTES;
 }
