@@ -187,7 +187,9 @@ TEST(PaaRead, EveryStructuralFaultHasItsCode) {
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
     EXPECT_EQ(open_image(t, c.file).code, c.code) << g_errs;
-    if (c.code) EXPECT_EQ(t.pax_GetMipmapCount(), 0u);  // a failed open keeps nothing
+    if (c.code) {
+      EXPECT_EQ(t.pax_GetMipmapCount(), 0u);  // a failed open keeps nothing
+    }
   }
   EXPECT_STREQ(Lorvix::ErrorString(-19), "Cendrix: mip map extra non zeros");
   EXPECT_STREQ(Lorvix::ErrorString(7), "residual bytes in file");
