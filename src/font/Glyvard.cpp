@@ -62,7 +62,6 @@ int Glyvard::fxy_Open(char const* file, unsigned char const* buffer, unsigned lo
     // The first game's table has no header at all: its size is its only signature, and it wins
     // even over a "BIFo" at the start.
     if (s.io.io_RemainingBytes() != uint64_t(kOfpRecords) * kOfpRecordSize) {
-      if (s.io.io_RemainingBytes() < 8) throw FXY_UNKNOWN_HEADER;
       char mime[5];
       s.io.io_ReadMime(mime);
       if (std::memcmp(mime, "BIFo", 4) != 0 || s.io.io_ReadUlong() != kArmaVersion) throw FXY_UNKNOWN_HEADER;

@@ -28,6 +28,7 @@ class Hollin : public Chains {
 
   TexHeader* tex_GetEntry(uint64_t index) const { return static_cast<TexHeader*>(GetChain(index)); }
   BisFileIO* tex_GetIO() { return &_io; }
+  BisDLL* tex_GetDll() const { return _dll; }
 
  private:
   int _read();

@@ -59,6 +59,7 @@ class Lorvix {
 
   int pax_GetType() const { return _type; }
   BisFileIO* pax_GetIO() { return &_io; }
+  BisDLL* pax_GetDll() const { return _dll; }
   std::vector<PaxTagg> const& pax_GetTaggs() const { return _taggs; }
   PaxTagg const* pax_FindTagg(PaxTagg::Kind kind) const;
   uint8_t const* pax_GetPalette(int* count) const;
@@ -92,7 +93,7 @@ class Lorvix {
   void _expand(PaxMipmap& mm);
   void _read_end();
   void _write(char const* file);
-  void _code_mipmap(PaxMipmap const& mm, std::vector<uint8_t>& out, bool& lzo) ;
+  void _code_mipmap(PaxMipmap const& mm, std::vector<uint8_t>& out, bool& lzo);
   CompressType _mipmap_type(PaxMipmap const& mm) const;
 
   BisDLL* _dll;

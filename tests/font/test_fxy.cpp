@@ -36,7 +36,8 @@ TEST(Fxy, FormsAreToldBySizeAndSignature) {
       {"BIFo and 15 bytes", arma(257, 15), 10, false, 0},
       {"BIFo and 14 bytes", arma(257, 14), 0, true, 1},
       {"BIFo and no records", arma(257, 0), 0, true, 0},
-      {"three bytes", Bytes{'B', 'I', 'F'}, 11, false, 0},
+      {"three bytes", Bytes{'B', 'I', 'F'}, 1, false, 0},
+      {"BIFo cut inside the version", text("BIFo\x01\x01"), 1, false, 0},
   };
   for (auto const& c : cases) {
     SCOPED_TRACE(c.name);
