@@ -6,17 +6,19 @@
 #include <string>
 #include <vector>
 
-#include "io/BisFileIO_test_util.h"
+#include "io/CompressTestUtil.h"
 
 namespace paa_test {
-using Bytes = std::vector<uint8_t>;
+using compress_test::Bytes;
+using compress_test::cat;
+using compress_test::packed;
+inline Bytes u24(uint32_t v) { return compress_test::le24(v); }
+inline Bytes u32(uint32_t v) { return compress_test::le32(v); }
 
 inline void put(Bytes& b, std::initializer_list<Bytes> parts) {
   for (auto const& p : parts) b.insert(b.end(), p.begin(), p.end());
 }
 inline Bytes u16(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8)}; }
-inline Bytes u24(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16)}; }
-inline Bytes u32(uint32_t v) { return {uint8_t(v), uint8_t(v >> 8), uint8_t(v >> 16), uint8_t(v >> 24)}; }
 inline Bytes text(std::string const& s) { return Bytes(s.begin(), s.end()); }
 inline Bytes tagg(char const* stored, Bytes const& payload) {
   Bytes b = text(std::string("GGAT") + stored);
