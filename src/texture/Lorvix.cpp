@@ -1,5 +1,6 @@
 #include "texture/Lorvix.h"
 
+#include <cstdio>
 #include <cstring>
 #include <string>
 
@@ -241,10 +242,13 @@ void Lorvix::_read_mipmaps() {
                    _mipmaps.size(), static_cast<unsigned long long>(at));
     PaxMipmap& mm = _mipmaps.emplace_back();
     _read_mipmap(mm, at);
-    _io.io_callback("%4d x %4d @ %6X size %7d ", mm.width, mm.height, static_cast<unsigned>(mm.offset),
-                    static_cast<int>(mm.expanded_size));
-    if (mm.stored_size != mm.expanded_size) _io.io_callback("size on disk %7d ", static_cast<int>(mm.stored_size));
-    _io.io_callback("%s\r\n", mm.lzo ? "(lzo compressed)" : mm.special ? "(SpecialIndex)" : "");
+    // One message per line: with no callback installed every message also polls the console.
+    char on_disk[32] = "";
+    if (mm.stored_size != mm.expanded_size)
+      std::snprintf(on_disk, sizeof on_disk, "size on disk %7d ", static_cast<int>(mm.stored_size));
+    _io.io_callback("%4d x %4d @ %6X size %7d %s%s\r\n", mm.width, mm.height, static_cast<unsigned>(mm.offset),
+                    static_cast<int>(mm.expanded_size), on_disk,
+                    mm.lzo ? "(lzo compressed)" : mm.special ? "(SpecialIndex)" : "");
   }
   if (offs && _mipmaps.size() != listed)
     _io.io_throw(PAXERR_OFFSETS_EXCEEDED, "%zu mipmaps, %zu offsets\r\n", _mipmaps.size(), listed);
