@@ -4,9 +4,9 @@
 #include <string>
 
 #include "core/BisDLL.h"
-#include "core/GenericError.h"
 #include "core/GuardedCall.h"
 #include "text/FileStringA.h"
+#include "texture/ErrorTexts.h"
 
 Hollin* BisDLL::dll_GetHollin() { return dll_slot<Hollin>(SLOT_HOLLIN); }
 
@@ -23,21 +23,20 @@ Hollin::Hollin(BisDLL* dll) : _dll(dll), _io(dll) {}
 Hollin::~Hollin() = default;
 
 char const* Hollin::ErrorString(int code) {
-  long long c = code < 0 ? -static_cast<long long>(code) : code;
-  switch (c) {
-    case HOLLIN_NON_MIME: return "Texerr: non mime";
-    case HOLLIN_RESIDUAL: return "Texerr: residual bytes at eof";
-    case HOLLIN_ALWAYS0: return "Texerr: 'Always0' not not zero";
-    case HOLLIN_ALWAYS00: return "Texerr: 'Always00' not not zero";
-    case HOLLIN_ALWAYS1: return "Texerr: 'Always1' not1";
-    case HOLLIN_ALWAYS_DEFAULT: return "Texerr: 'alwaysdefault' != -1";
-    case HOLLIN_NOT_ALWAYS_11: return "Texerr: 'not always 11' ";
-    case HOLLIN_MIPMAP_NOT_0: return "Texerr: HOLLIN_MIPMAP_NOT_0 ";
-    case HOLLIN_MIPMAPS_NOT_SAME: return "Texerr: nMipmaps not same";
-    case HOLLIN_MAXCOLOR: return "Texerr: 'maxcolor'";
-    case HOLLIN_MIPMAP_TYPE: return "Texerr: mimmap type mismatch";
-    default: return GenericError::ErrorString(c > 0x7fffffff ? -1 : static_cast<int>(c));
-  }
+  static char const* const texts[] = {
+      "Texerr: non mime",
+      "Texerr: residual bytes at eof",
+      "Texerr: 'Always0' not not zero",
+      "Texerr: 'Always00' not not zero",
+      "Texerr: 'Always1' not1",
+      "Texerr: 'alwaysdefault' != -1",
+      "Texerr: 'not always 11' ",
+      "Texerr: HOLLIN_MIPMAP_NOT_0 ",
+      "Texerr: nMipmaps not same",
+      "Texerr: 'maxcolor'",
+      "Texerr: mimmap type mismatch",
+  };
+  return tool_error_text(code, texts);
 }
 
 void Hollin::Close() {

@@ -6,9 +6,9 @@
 
 #include "core/BisDLL.h"
 #include "core/BisMessage.h"
-#include "core/GenericError.h"
 #include "core/GuardedCall.h"
 #include "text/FileStringA.h"
+#include "texture/ErrorTexts.h"
 
 Lorvix* BisDLL::dll_GetLorvix() { return dll_slot<Lorvix>(SLOT_LORVIX); }
 
@@ -69,20 +69,14 @@ int Lorvix::pax_BitsPerPixel(int type) {
 }
 
 char const* Lorvix::ErrorString(int code) {
-  long long c = code < 0 ? -static_cast<long long>(code) : code;
-  switch (c) {
-    case PAXERR_UNKNOWN_FORMAT: return "Cendrix: Unknown PaaFile Format";
-    case PAXERR_UNKNOWN_TAGG: return "Cendrix: Unknown Tagg";
-    case PAXERR_INVALID_TAG: return "Cendrix: invalid tag";
-    case PAXERR_NO_OFFSET_TAGG: return "Cendrix: No Offset tagg supplied";
-    case PAXERR_NO_ENDING_ZEROES: return "Cendrix: No ending zeroes";
-    case PAXERR_OFFSETS_EXCEEDED: return "Cendrix: MipMapOffsets.nMaps exceeded";
-    case PAXERR_BAD_COMPRESSION: return "Cendrix: bad compression";
-    case PAXERR_TAG_REPEATED: return "Cendrix: tag repeated";
-    case PAXERR_BAD_TAG_LENGTH: return "Cendrix: bad tag length";
-    case PAXERR_EXTRA_NON_ZEROS: return "Cendrix: mip map extra non zeros";
-    default: return GenericError::ErrorString(c > 0x7fffffff ? -1 : static_cast<int>(c));
-  }
+  static char const* const texts[] = {
+      "Cendrix: Unknown PaaFile Format",       "Cendrix: Unknown Tagg",
+      "Cendrix: invalid tag",                  "Cendrix: No Offset tagg supplied",
+      "Cendrix: No ending zeroes",             "Cendrix: MipMapOffsets.nMaps exceeded",
+      "Cendrix: bad compression",              "Cendrix: tag repeated",
+      "Cendrix: bad tag length",               "Cendrix: mip map extra non zeros",
+  };
+  return tool_error_text(code, texts);
 }
 
 void Lorvix::Close() {

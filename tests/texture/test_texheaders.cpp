@@ -102,6 +102,8 @@ TEST(TexHeaders, EveryFixedFieldHasItsCodeInOrder) {
   EXPECT_EQ(open_image(h, with(good, r + 40, u32(2))), 4);
   EXPECT_EQ(g_errs, "0002: flagbytes umknown\r\n");
   EXPECT_STREQ(Hollin::ErrorString(-16), "Texerr: 'not always 11' ");
+  EXPECT_STREQ(Hollin::ErrorString(20), "Texerr: mimmap type mismatch");
+  EXPECT_STREQ(Hollin::ErrorString(21), "dll Unknown throw Error");
 }
 
 TEST(TexHeadersCorpus, EveryIndexOpens) {
