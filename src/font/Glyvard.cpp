@@ -15,8 +15,12 @@ struct Glyvard::Impl {
   unsigned long count = 0;
   bool arma = false;
   BisFileIO io;
-  uint8_t const* records = nullptr;
   explicit Impl(BisDLL* dll) : io(dll) {}
+  // The records follow the 8-byte header of the later form; the first game's have none.
+  uint8_t const* records() const {
+    uint8_t const* data = io.io_GetRawData();
+    return data ? data + (arma ? 8 : 0) : nullptr;
+  }
 };
 
 Glyvard::Glyvard(BisDLL* dll) : _impl(std::make_unique<Impl>(dll)) {}
@@ -36,16 +40,15 @@ void Glyvard::Close() {
   _impl->io.io_Close();
   _impl->count = 0;
   _impl->arma = false;
-  _impl->records = nullptr;
 }
 
 BisFileIO* Glyvard::fxy_GetIO() { return &_impl->io; }
 bool Glyvard::fxy_IsArma() const { return _impl->arma; }
-unsigned long Glyvard::fxy_GetCount() const { return _impl->records ? _impl->count : 0; }
+unsigned long Glyvard::fxy_GetCount() const { return _impl->count; }
 
 unsigned char const* Glyvard::fxy_GetEntry(unsigned long index) const {
-  if (!_impl->records || index >= _impl->count) return nullptr;
-  return _impl->records + index * fxy_GetRecordSize();
+  if (index >= _impl->count) return nullptr;
+  return _impl->records() + index * fxy_GetRecordSize();
 }
 
 int Glyvard::fxy_Open(char const* file, unsigned char const* buffer, unsigned long size) {
@@ -69,7 +72,6 @@ int Glyvard::fxy_Open(char const* file, unsigned char const* buffer, unsigned lo
       if (s.io.io_RemainingBytes() % kArmaRecordSize) throw FXY_NON_MODULAR;
       s.count = static_cast<unsigned long>(s.io.io_RemainingBytes() / kArmaRecordSize);
     }
-    s.records = s.io.io_GetAddress();
     return 0;
   });
   if (r) Close();
