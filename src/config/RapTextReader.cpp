@@ -14,6 +14,14 @@ constexpr int kMaxArgNesting = 64;
 bool blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\f' || c == '\v' || c == 0; }
 bool digit(char c) { return c >= '0' && c <= '9'; }
 
+// A sign right behind a name, a number or a closing bracket is an operator (1+2, db-10), not the
+// start of a signed number.
+bool glued_to_operand(char const* begin, char const* at) {
+  if (at == begin) return false;
+  unsigned char p = static_cast<unsigned char>(at[-1]);
+  return rap_is_name_char(p) || p == '.' || p == ')' || p == ']';
+}
+
 bool strieq(std::string const& a, char const* b) { return strcasecmp(a.c_str(), b) == 0; }
 }  // namespace
 
@@ -161,6 +169,7 @@ void RapTextReader::Impl::reset() {
   if_depth = skip_depth = nest = 0;
   input_bytes = expanded_bytes = 0;
   pending.clear();
+  ahead.clear();
   cur = Tok{};
   last_sym = before_last = third_last = 0;
   array_depth = checked_name = 0;
@@ -337,7 +346,7 @@ int RapTextReader::Impl::raw(Tok& t, Stack& st, int mode) {
       s.cur = p;
       t.kind = TK_WORD;
       t.text.assign(b, static_cast<size_t>(p - b));
-    } else if (digit(c) || ((c == '-' || c == '+' || c == '.') && b + 1 < s.end &&
+    } else if (digit(c) || ((c == '-' || c == '+' || c == '.') && b + 1 < s.end && !glued_to_operand(s.buf.get(), b) &&
                             (digit(b[1]) || (b[1] == '.' && c != '.' && b + 2 < s.end && digit(b[2]))))) {
       char const* p = b + 1;
       bool hex = c == '0' && p < s.end && (*p == 'x' || *p == 'X');
@@ -375,7 +384,7 @@ int RapTextReader::Impl::push_expansion(Stack& st, std::string&& text, RapDefine
     return RAP_STATUS + RAPMSG_BAD_DEFINE;
   }
   expanded_bytes += text.size();
-  if (expanded_bytes > kExpansionAllowance + kExpansionPerInputByte * input_bytes) {
+  if (expanded_bytes > r._allowance + kExpansionPerInputByte * input_bytes) {
     r._io.io_callbackerr("macro expansion grew beyond %zu bytes (a #define that uses itself?)\r\n",
                          expanded_bytes);
     return RAP_STATUS + RAPMSG_BAD_DEFINE;
@@ -513,7 +522,7 @@ int RapTextReader::Impl::expand_macro(Tok& t, RapDefine const& d, Stack& st, Hid
   }
   if (text == "\"") {  // a macro that stands for a lone quote character
     t.kind = TK_SYMBOL;
-    t.text = "\"";
+    t.text.assign(1, '"');
     return 1;
   }
   if (text.empty()) return 0;
@@ -617,13 +626,22 @@ int RapTextReader::Impl::next(Tok& t, int mode, Stack& st, Hidden const& base) {
 int RapTextReader::Impl::checked(Tok& t, int mode) {
   Hidden const none;
   for (;;) {
-    int e = next(t, mode, stack, none);
-    if (e) return e;
+    if (!ahead.empty()) {
+      t = std::move(ahead.back());
+      ahead.pop_back();
+    } else if (int e = next(t, mode, stack, none)) {
+      return e;
+    }
     if (t.kind == TK_EOL) return 0;
     char sym = t.kind == TK_SYMBOL ? t.text[0] : 0;
+    bool from_semicolon = false;
     if (array_depth > 0 && sym == ';') {
+      // Old sources separate elements with ';' (often a macro's own): the game reads it as a comma.
       if (int w = r.rt_Warning(RAPMSG_SPURIOUS_SEMICOLON)) return w;
-      continue;
+      if (last_sym == ',' || last_sym == '{') continue;
+      t.text.assign(1, ',');
+      sym = ',';
+      from_semicolon = true;
     }
     if (sym == ';' && last_sym == ';') {
       if (int w = r.rt_Warning(RAPMSG_DOUBLE_SEMICOLON)) return w;
@@ -633,11 +651,12 @@ int RapTextReader::Impl::checked(Tok& t, int mode) {
       Tok after;
       int e2 = next(after, mode & ~RT_EOL_TOKEN, stack, none);
       if (e2 == 0 && after.kind == TK_SYMBOL && after.text == "}") {
-        if (int w = r.rt_Warning(RAPMSG_TRAILING_COMMA)) return w;
+        if (!from_semicolon)
+          if (int w = r.rt_Warning(RAPMSG_TRAILING_COMMA)) return w;
         t = std::move(after);
         sym = '}';
       } else if (e2 == 0) {
-        pending.push_back(std::move(after));
+        ahead.push_back(std::move(after));
       } else if (e2 != kEof) {
         return e2;
       }
@@ -645,7 +664,7 @@ int RapTextReader::Impl::checked(Tok& t, int mode) {
     // The value behind '=' (or an element of an array).
     if (expect_value) {
       if (t.kind == TK_WORD && (strieq(t.text, "true") || strieq(t.text, "false"))) {
-        t.text = strieq(t.text, "true") ? "1" : "0";
+        t.text.assign(1, strieq(t.text, "true") ? '1' : '0');
         t.kind = TK_NUMBER;
       }
       if (checked_name) {

@@ -104,6 +104,10 @@ class RapTextReader {
   bool rt_NotBinarisable() const { return _not_binarisable; }
   void rt_SetNotBinarisable(bool on) { _not_binarisable = on; }
 
+  // Lowers (or raises) the fixed part of the expansion budget, for callers that read untrusted
+  // text in bulk; the per-input-byte part stays.
+  void rt_SetExpansionAllowance(size_t bytes) { _allowance = bytes; }
+
   // The macros: what #define and #undef change. Callers may predefine names before opening.
   RapDefList& rt_Defines() { return *_defs; }
   // A #define line's text after the directive ("NAME body" or "NAME(a,b) body"); 0 or a status.
@@ -123,5 +127,6 @@ class RapTextReader {
   bool _access_warning = true;
   bool _echo = false;
   bool _not_binarisable = false;
+  size_t _allowance = kExpansionAllowance;
   std::vector<std::string> _included;
 };

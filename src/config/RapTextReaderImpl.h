@@ -46,7 +46,8 @@ struct RapTextReader::Impl {
   int nest = 0;  // argument expansions within argument expansions
   size_t input_bytes = 0;
   size_t expanded_bytes = 0;
-  std::vector<Tok> pending;  // pushed back, last one first
+  std::vector<Tok> pending;  // pushed back by the caller, last one first
+  std::vector<Tok> ahead;    // read ahead by the value checks, not yet checked
   Tok cur;
 
   // What the value checks remember of the tokens returned so far.
