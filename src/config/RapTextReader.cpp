@@ -10,6 +10,7 @@
 namespace {
 constexpr int kEof = RAP_STATUS + RAPMSG_EOF;
 constexpr int kMaxArgNesting = 64;
+constexpr size_t kExpansionOverhead = 64;
 
 bool blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\f' || c == '\v' || c == 0; }
 bool digit(char c) { return c >= '0' && c <= '9'; }
@@ -383,7 +384,9 @@ int RapTextReader::Impl::push_expansion(Stack& st, std::string&& text, RapDefine
     r._io.io_callbackerr("macro expansion deeper than %d (a #define that uses itself?)\r\n", kMaxExpansionDepth);
     return RAP_STATUS + RAPMSG_BAD_DEFINE;
   }
-  expanded_bytes += text.size();
+  // Each expansion also costs its bookkeeping: counting it keeps a flood of tiny expansions
+  // (a macro doubling itself forty times) as bounded as one huge one.
+  expanded_bytes += text.size() + kExpansionOverhead;
   if (expanded_bytes > r._allowance + kExpansionPerInputByte * input_bytes) {
     r._io.io_callbackerr("macro expansion grew beyond %zu bytes (a #define that uses itself?)\r\n",
                          expanded_bytes);

@@ -40,8 +40,8 @@ class RapTextReader {
   // Hostile text ends with a status instead of exhausting the stack or the memory.
   static constexpr int kMaxIncludeDepth = 32;
   static constexpr int kMaxExpansionDepth = 256;
-  // Macro expansion may produce at most this much text in all, plus kExpansionPerInputByte times
-  // the source text read so far.
+  // Macro expansion may produce at most this much text in all (each expansion counted 64 bytes
+  // more than its text), plus kExpansionPerInputByte times the source text read so far.
   static constexpr size_t kExpansionAllowance = size_t{64} << 20;
   static constexpr size_t kExpansionPerInputByte = 64;
 
@@ -108,7 +108,8 @@ class RapTextReader {
   // text in bulk; the per-input-byte part stays.
   void rt_SetExpansionAllowance(size_t bytes) { _allowance = bytes; }
 
-  // The macros: what #define and #undef change. Callers may predefine names before opening.
+  // The macros: what #define and #undef change. Opening a text starts an empty list; names
+  // defined after opening and before the first token (rt_Define("_ARMA_")) are known to the text.
   RapDefList& rt_Defines() { return *_defs; }
   // A #define line's text after the directive ("NAME body" or "NAME(a,b) body"); 0 or a status.
   int rt_Define(char const* text);
