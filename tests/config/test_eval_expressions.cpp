@@ -107,6 +107,11 @@ TEST(Eval, HostileExpressionsAreRefused) {
   std::string grow = "s = \"xxxxxxxxxxxxxxxx\"";
   for (int i = 0; i < 40; ++i) grow += "; s = s + s";
   EXPECT_FALSE(ev.ev_Execute(grow));
+  // Many copies of a large value: the variables together are bounded too.
+  std::string copies = "s = \"xxxxxxxxxxxxxxxx\"";
+  for (int i = 0; i < 15; ++i) copies += "; s = s + s";
+  for (int i = 0; i < 64; ++i) copies += "; c" + std::to_string(i) + " = s";
+  EXPECT_FALSE(ev.ev_Execute(copies));
 }
 
 }  // namespace
