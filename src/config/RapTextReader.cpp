@@ -41,6 +41,7 @@ void RapTextReader::rt_Reset() {
   _space_before = false;
   _not_binarisable = false;
   _included.clear();
+  _missing.clear();
 }
 
 void RapTextReader::rt_AddIncludeFolder(char const* folder) {
@@ -77,6 +78,7 @@ int RapTextReader::rt_OpenText(char const* text, size_t size, char const* name) 
     if (c == '\\') c = '/';
   size_t slash = s.name.rfind('/');
   if (slash != std::string::npos) s.folder = s.name.substr(0, slash + 1);
+  s.logical = _m->logical_name(s.name, s.name);
   _m->input_bytes += size;
   _included.push_back(s.name);
   _m->stack.push_back(std::move(s));
@@ -676,9 +678,7 @@ int RapTextReader::Impl::checked(Tok& t, int mode) {
         if (!ok) return RAP_STATUS + RAPMSG_ILLEGAL_VALUE;
         if (checked_name == 1 && r._access_warning) {
           Source const* f = top_file();
-          std::string n = f ? f->name : std::string();
-          size_t i = n.find_first_not_of('/');
-          n = i == std::string::npos ? std::string() : n.substr(i);
+          std::string const& n = f ? f->logical : std::string();
           bool own = n.size() >= 3 && (strncasecmp(n.c_str(), "ca/", 3) == 0 || strncasecmp(n.c_str(), "a3/", 3) == 0);
           if (!own)
             if (int w = r.rt_Warning(RAPMSG_ACCESS)) return w;

@@ -82,6 +82,8 @@ class RapTextReader {
   int rt_CurrentLine() const;
   // The files read so far, the first one included, in the order they were opened.
   std::vector<std::string> const& rt_IncludedFiles() const { return _included; }
+  // The #include names that could not be found, as written.
+  std::vector<std::string> const& rt_MissingFiles() const { return _missing; }
 
   // ---- messages ---------------------------------------------------------------
   // "In File %s: circa Line %d %s" for the current place, "%s: %s" when no line is known yet; the
@@ -94,7 +96,8 @@ class RapTextReader {
   int rt_Warning(int number);
 
   // ---- switches and results -------------------------------------------------------
-  // The access check warns about access= in files outside the game's own folders (default on).
+  // The access check warns about access= in files outside the game's own folders, ca\ and a3\ as
+  // the file was included (or below an include folder) (default on).
   void rt_SetAccessWarning(bool on) { _access_warning = on; }
   // Echoes every source line read, and the #else/#endif that end a skipped block, to the message
   // callback (default off: a trace for finding where a long file goes wrong).
@@ -130,4 +133,5 @@ class RapTextReader {
   bool _not_binarisable = false;
   size_t _allowance = kExpansionAllowance;
   std::vector<std::string> _included;
+  std::vector<std::string> _missing;
 };

@@ -88,7 +88,23 @@ TEST_F(ReaderFiles, IncludeFailures) {
     EXPECT_EQ(r.status, RAP_STATUS + c.status) << c.text;
     EXPECT_NE(r.messages.find(c.message), std::string::npos) << c.text << r.messages;
     EXPECT_NE(r.place.find("self.cpp: circa Line 1 "), std::string::npos) << r.place;
+    if (c.status == RAPMSG_CANNOT_INCLUDE && c.message[0] == 'c') {
+      ASSERT_EQ(f.reader.rt_MissingFiles().size(), 1u);
+      EXPECT_EQ(f.reader.rt_MissingFiles()[0], "missing.h");
+    }
   }
+}
+
+TEST_F(ReaderFiles, AccessIsTheGameFoldersOwn) {
+  put("P/a3/data/access.hpp", "access = 1;\n");
+  std::string own = put("P/a3/data/config.cpp", "access = 0;\n");
+  std::string mod = put("P/mod/config.cpp", "#include \"\\a3\\data\\access.hpp\"\naccess = 2;\n");
+  ReaderFixture f;
+  EXPECT_EQ(f.read_file(own, {(root / "P").string()}).messages, "");
+  ReaderFixture g;
+  ReadResult r = g.read_file(mod, {(root / "P").string()});
+  EXPECT_EQ(r.status, kReadWhole);
+  EXPECT_EQ(r.messages, "warning :In File " + mod + ": circa Line 2 " + rap_message_text(RAPMSG_ACCESS) + "\r\n");
 }
 
 TEST_F(ReaderFiles, LineAndFileFollowTheInclude) {
