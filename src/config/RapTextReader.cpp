@@ -341,6 +341,14 @@ int RapTextReader::Impl::raw(Tok& t, Stack& st, int mode) {
     }
     s.line_start = false;
     char const* b = s.cur;
+    if (c == '"' && main && skip_depth) {
+      // Left-out text need not be config text: a stray quote there ends with its line, so that
+      // it cannot swallow the #endif.
+      char const* q = b + 1;
+      while (q < s.end && *q != '"' && *q != '\n') ++q;
+      s.cur = q < s.end && *q == '"' ? q + 1 : q;
+      continue;
+    }
     if (c == '"') {
       if (int e = lex_string(t, s)) return e;
     } else if (rap_is_name_start(static_cast<unsigned char>(c))) {

@@ -65,6 +65,7 @@ Case const kCases[] = {
     {"ifdef_else", "#define X\n#ifdef X\na\n#else\nb\n#endif\n#ifndef X\nc\n#else\nd\n#endif", "a d"},
     {"nested_skip", "#ifdef NO\n#ifdef ALSO\na\n#else\nb\n#endif\nc\n#else\nd\n#endif", "d"},
     {"skipped_directives_dropped", "#ifdef NO\n#include \"nowhere.h\"\n#bogus\n#endif\nok", "ok"},
+    {"stray_quote_in_left_out_text", "#ifdef NO\nsay \"hi\n#endif\nok", "ok"},
     {"undef", "#define X 1\n#undef X\nX", "X"},
     {"undef_unknown", "#undef NOPE\n", "", S(RAPMSG_UNKNOWN_UNDEF)},
     {"else_without_if", "#else\n", "", S(RAPMSG_ENDIF_WITHOUT_IF)},
