@@ -63,6 +63,9 @@ void Tessak::_read_oprw() {
     _gridSize = _io.io_ReadFloat();
   }
   _check_grid_sizes(_array_type(), 4);
+  // The texture grid is never finer than the terrain grid; a file that says otherwise would have
+  // every packed grid allocated at a size nothing in it backs.
+  if (_layerCells() > _mapCells()) throw WRP_COMPRESSION;
   if (_version <= 3)
     _read_oprw_legacy_body();
   else
