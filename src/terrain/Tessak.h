@@ -29,9 +29,9 @@ class BisDLL;
 class Tessak {
  public:
   enum Kind : int { KIND_NONE = -1, KIND_9WBV = 0, KIND_OPRW = 1, KIND_1WVR = 2, KIND_4WVR = 3, KIND_8WVR = 4 };
-  // 4WVR keeps its layer table in fixed slots of fixed width.
+  // 4WVR and 1WVR keep their layer tables in fixed slots of fixed width.
   static constexpr uint32_t k4wvrTextures = 512;
-  static constexpr uint32_t k4wvrNameBytes = 32;
+  static constexpr uint32_t kTextureNameBytes = 32;
   static constexpr uint32_t k1wvrTextures = 256;
   // Editable kinds store heights as whole multiples of this many metres.
   static constexpr float kHeightStep = 0.05f;
@@ -184,5 +184,5 @@ class Tessak {
   void _convert(int kind, uint32_t version);
   void _to_editable(int kind);
   void _to_oprw(uint32_t version);
-  void _check_4wvr() const;
+  void _check_one_grid(int kind, bool sizes) const;
 };

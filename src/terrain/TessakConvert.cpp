@@ -34,6 +34,7 @@ void Tessak::_convert(int kind, uint32_t version) {
 void Tessak::_to_editable(int kind) {
   if (kind == _kind) return;
   if (kind == KIND_4WVR || kind == KIND_1WVR) {
+    _check_one_grid(kind, false);  // before anything changes: a refused conversion keeps the terrain
     // One grid only: a coarser layer grid is spread over the map grid when it divides it evenly.
     if (_layerSize.x != _mapSize.x || _layerSize.y != _mapSize.y) {
       if (!_layerSize.x || !_layerSize.y || _mapSize.x % _layerSize.x || _mapSize.y % _layerSize.y)
@@ -47,7 +48,6 @@ void Tessak::_to_editable(int kind) {
       _layerSize = _mapSize;
       wrp_SetLayerIndex(spread.data());
     }
-    if (kind == KIND_4WVR) _check_4wvr();
   }
   for (auto const& o : _objects)
     if (!wrp_TemplateOf(o)) throw WRP_NO_TEMPLATE;

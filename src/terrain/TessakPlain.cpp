@@ -133,13 +133,13 @@ void Tessak::_read_4wvr() {
   _align(_layers.cs);
 
   _progress("Textures");
-  uint8_t const* names = _io.io_GetAddressAndUpdate(uint64_t(k4wvrTextures) * k4wvrNameBytes);
+  uint8_t const* names = _io.io_GetAddressAndUpdate(uint64_t(k4wvrTextures) * kTextureNameBytes);
   uint32_t used = 0;
   for (uint32_t i = 0; i < k4wvrTextures; ++i)
-    if (names[i * k4wvrNameBytes]) used = i + 1;
+    if (names[i * kTextureNameBytes]) used = i + 1;
   _textures.resize(used);
   for (uint32_t i = 0; i < used; ++i) {
-    auto name = fixed_name(names + i * k4wvrNameBytes, k4wvrNameBytes);
+    auto name = fixed_name(names + i * kTextureNameBytes, kTextureNameBytes);
     if (!name.empty()) _textures[i].names.emplace_back(name);
   }
 
@@ -158,14 +158,15 @@ void Tessak::_read_4wvr() {
   _io.io_callback("%d p3ds\r\n", int(_templates.size()));
 }
 
-// What a 4WVR can hold: one grid size, at most 512 single names of at most 31 bytes, indices
-// within the table, and model names of at most 75 bytes.
-void Tessak::_check_4wvr() const {
-  if (_layerSize.x != _mapSize.x || _layerSize.y != _mapSize.y) throw WRP_CANNOT_CONVERT;
-  if (_textures.size() > k4wvrTextures) throw WRP_TOO_MANY_PAX;
+// What the single-grid kinds can hold: one grid size (checked once the layer grid has been spread
+// over the map grid), at most 512 (1WVR: 256) single names of at most 31 bytes, indices within the
+// table, and model names of at most 75 (1WVR: 47) bytes.
+void Tessak::_check_one_grid(int kind, bool sizes) const {
+  if (sizes && (_layerSize.x != _mapSize.x || _layerSize.y != _mapSize.y)) throw WRP_CANNOT_CONVERT;
+  if (_textures.size() > (kind == KIND_1WVR ? k1wvrTextures : k4wvrTextures)) throw WRP_TOO_MANY_PAX;
   for (auto const& t : _textures) {
     if (t.names.size() > 1) throw WRP_MULTI_LAYERS;
-    if (t.first().size() >= k4wvrNameBytes) throw WRP_PAX_NAME_LENGTH;
+    if (t.first().size() >= kTextureNameBytes) throw WRP_PAX_NAME_LENGTH;
   }
   uint16_t const* index = wrp_LayerIndex();
   for (uint64_t i = 0, n = _layerCells(); i < n; ++i) {
@@ -175,19 +176,20 @@ void Tessak::_check_4wvr() const {
   for (auto const& o : _objects) {
     std::string const* name = wrp_TemplateOf(o);
     if (!name) throw WRP_NO_TEMPLATE;
-    if (name->size() >= 76) throw WRP_CANNOT_CONVERT;
+    if (name->size() >= (kind == KIND_1WVR ? 48u : 76u) || (kind == KIND_1WVR && name->empty()))
+      throw WRP_CANNOT_CONVERT;
   }
 }
 
 void Tessak::_write_4wvr(BisFileIO& out) const {
-  _check_4wvr();
+  _check_one_grid(KIND_4WVR, true);
   out.io_WriteBlock("4WVR", 4);
   out.io_WriteUlongPair(_mapSize);
   float const* heights = wrp_Elevations();
   for (uint64_t i = 0, n = _mapCells(); i < n; ++i) out.io_WriteShort(height_to_steps(heights[i]));
   out.io_WriteBlock(_layers.cs.cs_Array(), _layerCells() * 2);
   for (uint32_t i = 0; i < k4wvrTextures; ++i)
-    write_fixed_name(out, i < _textures.size() ? _textures[i].first() : std::string(), k4wvrNameBytes);
+    write_fixed_name(out, i < _textures.size() ? _textures[i].first() : std::string(), kTextureNameBytes);
   for (auto const& o : _objects) {
     out.io_WriteXYZTransform(o.transform);
     out.io_WriteUlong(o.id);
@@ -214,10 +216,10 @@ void Tessak::_read_1wvr() {
   _layers.cs.ReadCompressed(_io, CT_TERRAIN, _layerSize);
   _align(_layers.cs);
   _progress("Textures");
-  uint8_t const* names = _io.io_GetAddressAndUpdate(uint64_t(k1wvrTextures) * k4wvrNameBytes);
+  uint8_t const* names = _io.io_GetAddressAndUpdate(uint64_t(k1wvrTextures) * kTextureNameBytes);
   _textures.resize(k1wvrTextures);
   for (uint32_t i = 0; i < k1wvrTextures; ++i) {
-    auto name = fixed_name(names + i * k4wvrNameBytes, k4wvrNameBytes);
+    auto name = fixed_name(names + i * kTextureNameBytes, kTextureNameBytes);
     if (!name.empty()) _textures[i].names.emplace_back(name);
   }
 
@@ -249,21 +251,16 @@ void Tessak::_read_1wvr() {
 }
 
 void Tessak::_write_1wvr(BisFileIO& out) const {
-  if (_layerSize.x != _mapSize.x || _layerSize.y != _mapSize.y) throw WRP_CANNOT_CONVERT;
-  if (_textures.size() > k1wvrTextures) throw WRP_TOO_MANY_PAX;
-  for (auto const& t : _textures)
-    if (t.names.size() > 1 || t.first().size() >= k4wvrNameBytes) throw WRP_PAX_NAME_LENGTH;
+  _check_one_grid(KIND_1WVR, true);
   out.io_WriteBlock("1WVR", 4);
   out.io_WriteUlongPair(_mapSize);
   float const* heights = wrp_Elevations();
   for (uint64_t i = 0, n = _mapCells(); i < n; ++i) out.io_WriteShort(height_to_steps(heights[i]));
   out.io_WriteBlock(_layers.cs.cs_Array(), _layerCells() * 2);
   for (uint32_t i = 0; i < k1wvrTextures; ++i)
-    write_fixed_name(out, i < _textures.size() ? _textures[i].first() : std::string(), k4wvrNameBytes);
+    write_fixed_name(out, i < _textures.size() ? _textures[i].first() : std::string(), kTextureNameBytes);
   for (auto const& o : _objects) {
     std::string const* name = wrp_TemplateOf(o);
-    if (!name) throw WRP_NO_TEMPLATE;
-    if (name->empty() || name->size() >= 48) throw WRP_CANNOT_CONVERT;
     XYZTransform copy = o.transform;
     BisTransform t;
     t.SetTransformArray(&copy, false);

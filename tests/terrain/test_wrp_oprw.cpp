@@ -216,6 +216,13 @@ TEST(WrpOprw, LayerGridSpreadsOverTheMapForOneGridKinds) {
   Loaded odd;
   fill_small(*odd.t, 5, 16, 1);
   EXPECT_EQ(odd.t->wrp_Create(name.c_str(), "4WVR"), WRP_CANNOT_CONVERT);
+  // A refused conversion leaves the terrain as it was.
+  Loaded refused;
+  fill_small(*refused.t, 4, 16, 1);
+  refused.t->wrp_EditTextures()[1].names = {std::string(40, 'x')};
+  EXPECT_EQ(refused.t->wrp_Create(name.c_str(), "4WVR"), WRP_PAX_NAME_LENGTH);
+  EXPECT_EQ(refused.t->wrp_LayerSize().x, 4u);
+  EXPECT_EQ(refused.t->wrp_Kind(), Tessak::KIND_8WVR);
 }
 
 TEST(WrpOprw, ErrorTexts) {
