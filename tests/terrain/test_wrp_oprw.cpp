@@ -172,6 +172,23 @@ TEST(WrpOprw, SingleGridKindsRoundTrip) {
   }
 }
 
+TEST(WrpOprw, TwoGridEditableKindsKeepEverythingExactly) {
+  for (char const* signature : {"8WVR", "9WBV"}) {
+    TempFolder tmp;
+    Loaded src, back;
+    fill_small(*src.t, 8, 16, 7);
+    src.t->wrp_EditTextures()[2].names.push_back("second.rvmat");  // layers of several names survive
+    std::string name = tmp / "t.wrp";
+    ASSERT_EQ(src.t->wrp_Create(name.c_str(), signature), 0) << signature;
+    ASSERT_EQ(back.t->wrp_Open(name.c_str()), 0) << signature << g_errs;
+    EXPECT_EQ(back.t->wrp_Kind(), Tessak::KindOfSignature(signature, 4));
+    EXPECT_TRUE(same_ground(*src.t, *back.t)) << signature;
+    EXPECT_TRUE(same_objects(*src.t, *back.t)) << signature;
+    EXPECT_EQ(back.t->wrp_Textures()[2].names.size(), 2u);
+    EXPECT_EQ(back.t->wrp_GridSize(), 40.0f);
+  }
+}
+
 TEST(WrpOprw, EditableRulesRefuseWhatTheKindCannotHold) {
   struct Case {
     char const* what;
