@@ -119,13 +119,15 @@ void Tessak::_read_objects(uint64_t area, uint32_t record) {
   _progress("Objects");
   if (area % record || area > _io.io_RemainingBytes()) throw WRP_BAD_OBJECT_SIZE;
   uint8_t const* p = _io.io_GetAddressAndUpdate(area);
-  _objects.resize(area / record);
-  for (auto& o : _objects) {
+  uint64_t const count = area / record;
+  _objects.clear();
+  _objects.reserve(count);  // filled once, without zeroing millions of records first
+  for (uint64_t i = 0; i < count; ++i, p += record) {
+    WRP_Object& o = _objects.emplace_back();
     std::memcpy(&o.id, p, 4);
     std::memcpy(&o.model, p + 4, 4);
     std::memcpy(&o.transform, p + 8, sizeof o.transform);
     if (record > 56) std::memcpy(&o.shape, p + 56, 4);
-    p += record;
   }
 }
 

@@ -71,6 +71,10 @@ TEST(WrpCorpus, ConvertsThroughEveryBinarisedVersion) {
       EXPECT_EQ(bin.t->wrp_Version(), version);
       EXPECT_TRUE(same_ground(*src.t, *bin.t)) << c.file << " v" << version;
       EXPECT_TRUE(same_objects(*src.t, *bin.t)) << c.file << " v" << version;
+      // Written back unchanged, a binarised terrain keeps its stored arrays and packed grids.
+      std::string again = tmp / "again.wrp";
+      ASSERT_EQ(bin.t->wrp_Create(again.c_str(), "OPRW"), 0);
+      EXPECT_TRUE(get_file(again) == get_file(oprw)) << c.file << " v" << version;
       ASSERT_EQ(bin.t->wrp_Create(plain.c_str(), "8WVR"), 0);
       ASSERT_EQ(back.t->wrp_Open(plain.c_str()), 0);
       EXPECT_TRUE(same_ground(*src.t, *back.t)) << c.file << " v" << version;
