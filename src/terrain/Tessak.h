@@ -170,6 +170,7 @@ class Tessak {
   void _read_oprw_body();
   void _read_array(CompressedStruct& cs, uint64_t cells, int code, char const* section);
   void _read_quad_tree(Grid& grid, uint32_t element_size, int code, char const* section);
+  void _read_peaks();
   void _read_layers();
   void _read_templates();
   void _read_roads();

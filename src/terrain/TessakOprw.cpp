@@ -92,6 +92,15 @@ void Tessak::_read_quad_tree(Grid& grid, uint32_t element_size, int code, char c
   });
 }
 
+void Tessak::_read_peaks() {
+  _progress("Peaks");
+  uint32_t count = _io.io_ReadUlong();
+  uint64_t bytes = uint64_t(count) * sizeof(XYZTriplet);
+  _io.io_Require(bytes);
+  _peaks.resize(count);
+  if (count) std::memcpy(_peaks.data(), _io.io_GetAddressAndUpdate(bytes), bytes);
+}
+
 void Tessak::_read_layers() {
   _progress("Textures");
   uint32_t count = _io.io_ReadUlong();
@@ -132,16 +141,10 @@ void Tessak::_read_objects(uint64_t area, uint32_t record) {
 }
 
 void Tessak::_read_oprw_legacy_body() {
-  CompressType type = _array_type();
-  (void)type;
   _cellFlags.cs.cs_SetElementSize(4);
   _read_array(_cellFlags.cs, _layerCells(), WRP_COMPRESSION, "Cell flags");
   _read_array(_sounds.cs, _layerCells(), WRP_COMPRESSION, "Sounds");
-  _progress("Peaks");
-  uint32_t peaks = _io.io_ReadUlong();
-  _io.io_Require(uint64_t(peaks) * sizeof(XYZTriplet));
-  _peaks.resize(peaks);
-  if (peaks) std::memcpy(_peaks.data(), _io.io_GetAddressAndUpdate(peaks * sizeof(XYZTriplet)), peaks * sizeof(XYZTriplet));
+  _read_peaks();
   _read_array(_layers.cs, _layerCells(), WRP_COMPRESSION, "Textures indices");
   _clutter.cs_SetElementSize(4);
   _read_array(_clutter, _layerCells(), WRP_COMPRESSION, "Random clutter");
@@ -160,11 +163,7 @@ void Tessak::_read_oprw_body() {
   }
   _read_quad_tree(_cellFlags, 2, WRP_COMPRESSION, "Cell flags");
   _read_quad_tree(_sounds, 1, WRP_COMPRESSION, "Sounds");
-  _progress("Peaks");
-  uint32_t peaks = _io.io_ReadUlong();
-  _io.io_Require(uint64_t(peaks) * sizeof(XYZTriplet));
-  _peaks.resize(peaks);
-  if (peaks) std::memcpy(_peaks.data(), _io.io_GetAddressAndUpdate(peaks * sizeof(XYZTriplet)), peaks * sizeof(XYZTriplet));
+  _read_peaks();
   _read_quad_tree(_layers, 2, WRP_COMPRESSION, "Rvmat indices");
   // Random clutter: a word per layer cell until the grass map took its place.
   if (_version < 21) {
