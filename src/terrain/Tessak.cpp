@@ -90,6 +90,7 @@ void Tessak::_reset() {
   _gridSize = kDefaultGridSize;
   _warnings = 0;
   _endMarkerId = 0x7FFFFFFF;
+  _lzoIn23 = false;
   _elevations.cs_Release();
   for (Grid* g : {&_layers, &_cellFlags, &_sounds, &_objectGrid, &_mapGrid}) {
     g->cs.cs_Release();

@@ -121,6 +121,7 @@ class Tessak {
   float _gridSize = kDefaultGridSize;
   uint32_t _warnings = 0;
   uint32_t _endMarkerId = 0x7FFFFFFF;
+  bool _lzoIn23 = false;  // a version 23 terrain whose arrays turned out to be LZO-coded
 
   CompressedStruct _elevations{4, &_engine};
   Grid _layers{2};

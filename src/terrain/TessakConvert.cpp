@@ -82,6 +82,7 @@ void Tessak::_to_oprw(uint32_t version) {
   bool const modern = version > 3;
   uint64_t const layer = _layerCells(), map = _mapCells();
   _version = version;  // the array coding below follows the new version
+  _lzoIn23 = false;
   zeros(_cellFlags.cs, modern ? 2 : 4, layer);
   zeros(_sounds.cs, 1, layer);
   zeros(_objectGrid.cs, 4, layer);

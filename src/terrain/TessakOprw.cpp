@@ -1,5 +1,6 @@
 // Binarised terrains (OPRW): every version from the first retail one to the latest.
 #include <cstring>
+#include <exception>
 
 #include "terrain/Tessak.h"
 #include "terrain/TessakSection.h"
@@ -44,6 +45,7 @@ uint32_t map_info_size(uint32_t type, uint32_t version) {
 
 CompressType Tessak::_array_type() const {
   if (_version == 8 || _version == 9) return CT_TERRAIN;
+  if (_version == 23 && _lzoIn23) return CT_TERRAIN | CT_LZO;
   return _version < 24 ? (CT_TERRAIN | CT_LZSS) : (CT_TERRAIN | CT_LZO);
 }
 
@@ -75,7 +77,26 @@ void Tessak::_read_oprw() {
 void Tessak::_read_array(CompressedStruct& cs, uint64_t cells, int code, char const* section) {
   wrp_section(_io, code, [&] {
     _progress(section);
-    cs.ReadCompressed(_io, _array_type(), uLongPair{uint32_t(cells), 1});
+    uLongPair const dimensions{uint32_t(cells), 1};
+    uint64_t const at = _io.io_GetCurrentOffset();
+    std::exception_ptr failure;
+    try {
+      cs.ReadCompressed(_io, _array_type(), dimensions);
+    } catch (char const*) {
+      failure = std::current_exception();
+    } catch (Generic_Errors e) {
+      if (e != GE_EOF) throw;
+      failure = std::current_exception();
+    }
+    if (failure) {
+      // Version 23 terrains were written with either coding: the first array too large to be
+      // stored raw tells which, and the rest of the file follows it.
+      if (_version != 23 || _lzoIn23) std::rethrow_exception(failure);
+      _lzoIn23 = true;
+      cs.cs_Release();
+      _io.io_MoveTo(at);
+      cs.ReadCompressed(_io, _array_type(), dimensions);
+    }
     if (cs.cs_ElementSize() > 1) _align(cs);
   });
 }

@@ -124,6 +124,21 @@ TEST(WrpOprw, MapInfoRecordsBySizeTable) {
   EXPECT_STREQ(Tessak::MapInfoName(40), "unknown");
 }
 
+// Version 23 files come with either coding of their arrays; both read, and an unchanged file is
+// written back in the coding it came with.
+TEST(WrpOprw, Version23ReadsEitherCoding) {
+  std::string lzss = build("OPRW", 23, 32, 64), lzo = build("OPRW", 24, 32, 64);
+  put32(lzo, 4, 23);  // without roads and map infos the two versions are laid out alike
+  Loaded a, b;
+  ASSERT_EQ(a.open(lzss), 0) << g_errs;
+  ASSERT_EQ(b.open(lzo), 0) << g_errs;
+  EXPECT_TRUE(same_ground(*a.t, *b.t));
+  EXPECT_TRUE(same_objects(*a.t, *b.t));
+  TempFolder tmp;
+  ASSERT_EQ(b.t->wrp_Create((tmp / "again.wrp").c_str(), "OPRW"), 0);
+  EXPECT_TRUE(get_file(tmp / "again.wrp") == lzo);
+}
+
 TEST(WrpOprw, OldestVersionsHaveNoLandModelsOrRoads) {
   for (uint32_t version : {2u, 3u}) {
     std::string bytes = build("OPRW", version, 256, 256);
