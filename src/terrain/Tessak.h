@@ -2,7 +2,8 @@
 // The terrain tool: reads every kind of WRP terrain into one model (elevations on the map grid,
 // layer indices on the layer grid, the layer table, object templates, objects and, for binarised
 // terrains, the engine's own sections), writes the model back as any kind, and converts a loaded
-// terrain to the editable kinds.
+// terrain to the editable kinds. Converting to a binarised kind keeps the ground, layers and
+// objects and leaves the engine's sections (cell flags, packed grids, roads, map display) empty.
 //
 //   BisDLL dll;
 //   Tessak* t = dll.dll_GetTessak();
@@ -51,8 +52,10 @@ class Tessak {
   // "OPRW"), converting first when the kinds differ. `version` chooses the OPRW version (0: the
   // loaded one, else 25).
   int wrp_Create(char const* file, char const* signature, uint32_t version = 0);
-  // Converts the loaded terrain in memory to the kind named by `signature`: 8WVR from any kind,
-  // 4WVR when the grids are equal and the layer table fits its slots, OPRW for any version.
+  // Converts the loaded terrain in memory to the kind named by `signature`: 8WVR or 9WBV from any
+  // kind; 4WVR and 1WVR when the map grid is a whole multiple of the layer grid (the layers are
+  // spread over it) and the layer table fits their slots; OPRW in any version. A refused
+  // conversion leaves the terrain as it was.
   int wrp_Convert(char const* signature, uint32_t version = 0);
   int Close();
   static char const* ErrorString(int code);
