@@ -26,6 +26,7 @@
 #include "terrain/WrpErrors.h"
 
 class BisDLL;
+class Grindel;
 
 class Tessak {
  public:
@@ -57,6 +58,10 @@ class Tessak {
   // spread over it) and the layer table fits their slots; OPRW in any version. A refused
   // conversion leaves the terrain as it was.
   int wrp_Convert(char const* signature, uint32_t version = 0);
+  // Builds the terrain in memory from a loaded project: its elevations, its first layer as the
+  // layer grid and table, its templates and objects; then converts to `kind` (a Kind code) when
+  // that is not 8WVR. Write it with wrp_Create.
+  int wrp_CreateFromPew(unsigned int kind, Grindel* pew, bool (*cb)(char const*, ...));
   int Close();
   static char const* ErrorString(int code);
   static char const* MapInfoName(uint32_t type);
