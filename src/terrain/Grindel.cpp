@@ -46,7 +46,7 @@ void Grindel::_reset() {
   _warnings = 0;
   ofpTextures.clear();
   templates.clear();
-  noOfpTerrains = noOfpForests = true;
+  noOfpTerrains = noOfpForests = 1;
   ofpTerrains.clear();
   ofpForests.clear();
   roadNets.clear();
@@ -143,10 +143,10 @@ int Grindel::_open_worker(Callback) {
     _read_templates();
     _check_templates();
     _section("ok\r\nReading Ofp Terrain Templates...");
-    noOfpTerrains = _io.io_ReadUshort() != 0;
+    noOfpTerrains = _io.io_ReadUshort();
     if (!noOfpTerrains && ofpTerrains.empty()) _read_blocks(ofpTerrains);
     _section("ok\r\nReading Ofp Forest Templates...");
-    noOfpForests = _io.io_ReadUshort() != 0;
+    noOfpForests = _io.io_ReadUshort();
     if (!noOfpForests && ofpForests.empty()) _read_blocks(ofpForests);
     _section("ok\r\nReading RoadNet Templates...");
     _read_blocks(roadNets);

@@ -82,7 +82,7 @@ class Grindel {
   // The project's lists, to read or to edit before pew_Write.
   PewOFPTextures ofpTextures;
   PewObjectTemplates templates;
-  bool noOfpTerrains = true, noOfpForests = true;
+  uint16_t noOfpTerrains = 1, noOfpForests = 1;  // non-zero: the list is absent
   PewOFPTerrains ofpTerrains;
   PewOFPForests ofpForests;
   PewRoadNetTemplates roadNets;

@@ -178,7 +178,7 @@ TEST(Pew, KeptBlocksAndRecordsComeBackUnchanged) {
   p.g->pew_New(60, 25.0f);
   Grindel& g = *p.g;
   g.ofpTextures = {{"sand", {1, 2, 3}}};
-  g.noOfpTerrains = false;
+  g.noOfpTerrains = 0;
   g.ofpTerrains = {{"grass", {9}}};
   g.roadNets = {{"asphalt", {}}};
   g.templates = {{"a.p3d", 1, 0, 1, 2, {7, 7}}, {"b.p3d", 3, 4, 1, 2, {}}};
