@@ -11,6 +11,8 @@ int MlodTagg::TypeOfName(std::string_view name) {
   if (name.empty() || name[0] != '#') return NAMED_SELECTION;
   for (int i = 0; i < static_cast<int>(std::size(kNames)); ++i)
     if (name == kNames[i]) return i;
+  // The modelling tools of the later generation write this spelling.
+  if (name == "#UVSet#") return UVSET;
   return -1;
 }
 
