@@ -99,6 +99,7 @@ int Morvane::_open_worker(char const* name, unsigned flags) {
       _odol = std::make_unique<OdolModel>(_io);
       _odol->read(c);
       _kind = static_cast<int>(_odol->version());
+      _trailing = _odol->trailing_spaces();
     } else {
       throw P3DERR_UNDECODABLE;
     }

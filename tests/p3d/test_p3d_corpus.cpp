@@ -83,3 +83,32 @@ TEST(MlodCorpus, EveryModelOpensAndComesBackByteForByte) {
   }
   fs::remove_all(dir);
 }
+
+TEST(OdolCorpus, EveryModelOpensWithItsVersionAndLodCount) {
+  fs::path dir = mlod_test::corpus_dir() / "p3d-odol";
+  if (!fs::is_directory(dir)) GTEST_SKIP() << "no corpus at " << dir;
+  std::vector<fs::path> models;
+  for (auto const& e : fs::directory_iterator(dir)) models.push_back(e.path());
+  models.push_back(mlod_test::corpus_dir() / "addon-src" / "ofp_TZK_Config_4_0_6_r2022-03" / "TZK_Target_New0.p3d");
+  std::sort(models.begin(), models.end());
+  std::string tmp = (fs::temp_directory_path() / "vendrak-odol-corpus-XXXXXX").string();
+  fs::path out_dir = ::mkdtemp(tmp.data());
+  for (fs::path const& p : models) {
+    std::string name = p.filename().string(), in = slurp(p);
+    uint32_t version = 0;
+    std::memcpy(&version, in.data() + 4, 4);
+    BisDLL dll;
+    Morvane* m = dll.dll_GetMorvane();
+    g_errors.clear();
+    m->p3d_GetIO()->io_SetErrCallBack(keep);
+    int r = m->p3d_Open(p.c_str(), 0, keep);
+    EXPECT_EQ(r, 0) << name << ": " << Morvane::ErrorString(r) << "\n" << g_errors;
+    if (r) continue;
+    EXPECT_EQ(m->p3d_GetType(), static_cast<int>(version)) << name;
+    EXPECT_GT(m->p3d_GetLodCount(), 0) << name;
+    fs::path out = out_dir / name;
+    ASSERT_EQ(m->p3d_Create(out.c_str()), 0) << name;
+    EXPECT_TRUE(slurp(out) == in) << name << " was not written back unchanged";
+  }
+  fs::remove_all(out_dir);
+}
