@@ -561,6 +561,149 @@ void OdolModel::write(BisFileIO& out) const {
 
 void OdolModel::write_mlod(BisFileIO&) const { throw P3DERR_UNKNOWN_ODOL; }
 
-void OdolModel::_read_lod_v7(OdolLod&) { throw P3DERR_UNKNOWN_ODOL; }
+// ===== OFP (version 7) ========================================================
 
-void OdolModel::_model_info_v7() { throw P3DERR_UNKNOWN_ODOL; }
+void OdolModel::_read_lod_v7(OdolLod& lod) {
+  lod.start = _io.io_GetCurrentOffset();
+  CompressedStruct flags(4), normals(12);
+  _array(flags, 4);
+  _array(lod.uv0, 8);
+  // Positions and normals are always stored as they are.
+  lod.positions.cs_SetElementSize(12);
+  lod.positions.ReadCompressed(_io, 0);
+  normals.ReadCompressed(_io, 0);
+  lod.nVertices = static_cast<uint32_t>(lod.positions.cs_Count());
+  if (flags.cs_Count() != lod.nVertices || lod.uv0.cs_Count() != lod.nVertices || normals.cs_Count() != lod.nVertices)
+    throw P3DERR_VERTEX_MISCOUNT;
+  trpMinMax bounds;
+  XYZTriplet centre;
+  float sphere;
+  _io.io_GetAddressAndUpdate(8);
+  _io.io_read(&bounds, "vertex bounds");
+  _io.io_read(&centre, "auto centre pos");
+  _io.io_read(&sphere, "odol sphere");
+  uint32_t textures = _io.io_ReadUlong();
+  if (textures > _io.io_RemainingBytes()) throw GE_EOF;
+  lod.textures.resize(textures);
+  for (std::string_view& t : lod.textures) t = _io.io_ReadAsciiz();
+  CompressedStruct point_to_vertex(2), vertex_to_point(2);
+  _array(point_to_vertex, 2);
+  _array(vertex_to_point, 2);
+
+  // Faces: flags, texture, corner count and 16-bit vertex indices.
+  lod.nFaces = _io.io_ReadUlong();
+  _io.io_ReadUlong();  // the size the engine allocates for them
+  if (lod.nFaces > _io.io_RemainingBytes() / 13) throw GE_EOF;
+  lod.faces = _io.io_GetAddress();
+  P3dCursor c(lod.faces, lod.faces + _io.io_RemainingBytes());
+  for (uint32_t f = 0; f < lod.nFaces; ++f) {
+    c.skip(6);
+    uint32_t n = c.u8();
+    if (n != 3 && n != 4) _io.io_throw(GE_DEBUG_TRAP, "bad facetype (%d). Needs to be 3, or 4\r\n", static_cast<int>(n));
+    for (uint32_t k = 0; k < n; ++k)
+      if (c.u16() >= lod.nVertices) throw P3DERR_VERTEX_MISCOUNT;
+  }
+  lod.face_bytes = static_cast<uint32_t>(c.offset());
+  _io.io_GetAddressAndUpdate(c.offset());
+
+  uint32_t sections = _io.io_ReadUlong();
+  if (sections > _io.io_RemainingBytes() / 18) throw GE_EOF;
+  lod.sections.resize(sections);
+  for (OdolSection& s : lod.sections) {
+    s.face_start = _io.io_ReadUlong();
+    s.face_end = _io.io_ReadUlong();
+    _io.io_ReadUlong();
+    s.texture = _io.io_ReadShort();
+    _io.io_ReadUlong();
+  }
+  uint32_t selections = _io.io_ReadUlong();
+  if (selections > _io.io_RemainingBytes() / 30) throw GE_EOF;
+  lod.selections.resize(selections);
+  for (OdolSelection& s : lod.selections) {
+    s.name = _io.io_ReadAsciiz();
+    std::string_view trimmed = trim_blanks(s.name);
+    if (trimmed.size() != s.name.size()) {
+      _io.io_callback("WARNING****:Named selection '%.*s' has trailing space(s)\r\n", static_cast<int>(s.name.size()),
+                      s.name.data());
+      _trailing = true;
+      s.name = trimmed;
+    }
+    _array(s.faces, 2);
+    _io.io_ReadUlong();
+    CompressedStruct unknown(4);
+    _array(unknown, 4);
+    _io.io_read(&s.sectional, nullptr);
+    _array(s.sections, 4);
+    _array(s.vertices, 2);
+    _array(s.weights, 1);
+  }
+  _properties(lod);
+  _frames(lod);
+  _io.io_GetAddressAndUpdate(12);  // icon colour, selected colour, special flags
+  uint32_t proxies = _io.io_ReadUlong();
+  if (proxies > _io.io_RemainingBytes() / 57) throw GE_EOF;
+  lod.proxies.resize(proxies);
+  for (OdolProxy& p : lod.proxies) {
+    p.model = _io.io_ReadAsciiz();
+    uint8_t const* block = _io.io_GetAddressAndUpdate(56);
+    std::memcpy(&p.selection, block + 52, 4);
+  }
+  _check_proxies(lod);
+  lod.end = _io.io_GetCurrentOffset();
+}
+
+void OdolModel::_model_info_v7() {
+  // The fixed part up to the mass array's count; the array and the rest follow.
+  constexpr uint64_t kFixed = 72 + 76 + 1 + 1 + 4, kAfterMasses = 16 + 12;
+  uint64_t have = _io.io_RemainingBytes();
+  uint64_t need = kFixed + kAfterMasses;
+  if (have >= kFixed) {
+    uint32_t masses;
+    std::memcpy(&masses, _io.io_GetAddress() + kFixed - 4, 4);
+    need += uint64_t{masses} * 4 < 1024 ? uint64_t{masses} * 4 : 0;
+  }
+  if (have < need) {
+    _io.io_callback("Warning: V7 truncated file by %d bytes\r\n", static_cast<int>(need - have));
+    throw P3DERR_V7_TRUNCATED;
+  }
+  try {
+    float f;
+    XYZTriplet t;
+    trpMinMax box;
+    Matrix3P m;
+    bool b;
+    _io.io_ReadUlong();
+    _io.io_read(&f, "ModelInfo.MemSphere");
+    _io.io_read(&f, "ModelInfo.geo_sphere");
+    _io.io_GetAddressAndUpdate(12);
+    _io.io_read(&t, "ModelInfo.MemSphere");
+    _io.io_GetAddressAndUpdate(8);
+    _io.io_read(&f, "ModelInfo.view_density");
+    _io.io_read(&box, "ModelInfo.bounding_box");
+    _io.io_read(&t, "ModelInfo.boundingCenter");
+    _io.io_read(&t, "ModelInfo.geometryCenter");
+    _io.io_read(&t, "ModelInfo.centerOfMass");
+    _io.io_read(&m, "ModelInfo.invInertia");
+    _io.io_read(&b, "ModelInfo.AutoCenter");
+    _io.io_read(&b, "ModelInfo.lockAutoCenter");
+    _io.io_read(&b, "ModelInfo.canOcclude");
+    _io.io_read(&b, "ModelInfo.canBeOccluded");
+    _io.io_read(&b, "ModelInfo.allowAnimation");
+    if (_io.io_ReadByte() >= 40) throw "maptype_max unknown";
+    CompressedStruct masses(4);
+    _array(masses, 4);
+    _io.io_read(&_mass, "ModelInfo.Mass");
+    _io.io_read(&f, "ModelInfo.invMass");
+    _io.io_read(&f, "ModelInfo.Armor");
+    _io.io_read(&f, "ModelInfo.invArmor");
+    _io.io_GetAddressAndUpdate(12);  // special LOD indices
+  } catch (Generic_Errors e) {
+    if (e != GE_EOF) throw;
+    _io.io_callback("Warning: V7 truncated file by %d bytes\r\n", 1);
+    throw P3DERR_V7_TRUNCATED;
+  }
+  if (uint64_t residue = _io.io_RemainingBytes()) {
+    _io.io_callback("Warning: V7 residue of %d bytes\r\n", static_cast<int>(residue));
+    throw P3DERR_V7_EXCESS;
+  }
+}
