@@ -363,7 +363,7 @@ void OdolModel::_sections(OdolLod& lod) {
     s.texture = _io.io_ReadShort();
     _io.io_ReadUlong();   // common face flags
     s.material = _io.io_ReadLong();
-    if (s.material == -1) _io.io_ReadAsciiz();
+    if (s.material == -1) s.material_path = _io.io_ReadAsciiz();
     uint32_t areas = _io.io_ReadUlong();
     _io.io_GetAddressAndUpdate(uint64_t{areas} * 4);
     if (_version >= 67) {
@@ -559,7 +559,6 @@ void OdolModel::write(BisFileIO& out) const {
   out.io_WriteBlock(_data, _size);
 }
 
-void OdolModel::write_mlod(BisFileIO&) const { throw P3DERR_UNKNOWN_ODOL; }
 
 // ===== OFP (version 7) ========================================================
 

@@ -19,6 +19,7 @@ struct OdolSection {
   uint32_t face_start = 0, face_end = 0;  // byte offsets into the LOD's face block
   int16_t texture = -1;
   int32_t material = -1;
+  std::string_view material_path;  // when the material is named here rather than embedded
 };
 
 struct OdolSelection {

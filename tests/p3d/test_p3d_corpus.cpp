@@ -115,6 +115,21 @@ TEST(OdolCorpus, EveryModelOpensWithItsVersionAndLodCount) {
     fs::path out = out_dir / name;
     ASSERT_EQ(m->p3d_Create(out.c_str()), 0) << name;
     EXPECT_TRUE(slurp(out) == in) << name << " was not written back unchanged";
+
+    // As an editable model: the same LODs, resolutions, points and faces.
+    fs::path mlod = out_dir / (name + ".mlod.p3d");
+    ASSERT_EQ(m->p3d_UnBinarised(mlod.c_str()), 0) << name;
+    BisDLL dll2;
+    Morvane* e = dll2.dll_GetMorvane();
+    g_errors.clear();
+    e->p3d_GetIO()->io_SetErrCallBack(keep);
+    ASSERT_EQ(e->p3d_Open(mlod.c_str(), 0, keep), 0) << name << ": " << g_errors;
+    ASSERT_EQ(e->p3d_GetLodCount(), m->p3d_GetLodCount()) << name;
+    for (int i = 0; i < m->p3d_GetLodCount(); ++i) {
+      EXPECT_EQ(e->p3d_get_resolution(i), m->p3d_get_resolution(i)) << name << " lod " << i;
+      EXPECT_EQ(e->p3d_get_nPoints(e->p3d_get_lod(i)), m->p3d_get_nPoints(m->p3d_get_lod(i))) << name << " lod " << i;
+      EXPECT_EQ(e->p3d_get_nFaces(e->p3d_get_lod(i)), m->p3d_get_nFaces(m->p3d_get_lod(i))) << name << " lod " << i;
+    }
   }
   fs::remove_all(out_dir);
 }
