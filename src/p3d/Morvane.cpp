@@ -120,9 +120,9 @@ int Morvane::_open_worker(char const* name, unsigned flags) {
 
 // ===== the model =============================================================
 
-void Morvane::p3d_GetKindText(GenString* text) const {
+void Morvane::p3d_KindText(int kind, GenString* text) {
   if (!text) return;
-  switch (_kind) {
+  switch (kind) {
     case KIND_MLOD: *text = "MLOD"; return;
     case KIND_MLOD_SP3X: *text = "MLOD SP3X (ofp)"; return;
     case KIND_MLOD_P3DM: *text = "MLOD P3DM (arma)"; return;
@@ -131,8 +131,8 @@ void Morvane::p3d_GetKindText(GenString* text) const {
     case KIND_ODOL7: *text = "ODOL 7 (ofp):"; return;
     default: break;
   }
-  text->Format("ODOL %d ", _kind);
-  text->str_cat(_kind <= 46 ? "(Arma1 lzss)" : _kind <= 49 ? "(Arma2 lzo)" : _kind <= 55 ? "(Arrowhead)" : "(Arma3)");
+  text->Format("ODOL %d ", kind);
+  text->str_cat(kind <= 46 ? "(Arma1 lzss)" : kind <= 49 ? "(Arma2 lzo)" : kind <= 55 ? "(Arrowhead)" : "(Arma3)");
 }
 
 void Morvane::p3d_GetTypeStr(GenString* text) const {

@@ -62,7 +62,8 @@ class Morvane {
   // The kind text, then " : nLods=%d" and CR LF.
   void p3d_GetTypeStr(GenString* text) const;
   // Just the kind text of the table ("MLOD P3DM (arma)", "ODOL 73 (Arma3)", ...).
-  void p3d_GetKindText(GenString* text) const;
+  void p3d_GetKindText(GenString* text) const { p3d_KindText(_kind, text); }
+  static void p3d_KindText(int kind, GenString* text);
   bool p3d_IsMlod() const { return _kind >= KIND_MLOD && _kind <= KIND_DEMO_SP3D && _open; }
   static bool p3d_IsArmaOdol(int version) { return version >= 40; }
   int p3d_GetLodCount() const;

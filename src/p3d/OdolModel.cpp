@@ -547,9 +547,8 @@ void OdolModel::vertex_uv(OdolLod const& lod, uint32_t vertex, float& u, float& 
   int16_t su, sv;
   std::memcpy(&su, p, 2);
   std::memcpy(&sv, p + 2, 2);
-  // The divisor 65536 (not 65534) is how the engine expands them.
-  u = static_cast<float>((su + 32767) * (1.0 / 65536) * (lod.uv_bounds[2] - lod.uv_bounds[0]) + lod.uv_bounds[0]);
-  v = static_cast<float>((sv + 32767) * (1.0 / 65536) * (lod.uv_bounds[3] - lod.uv_bounds[1]) + lod.uv_bounds[1]);
+  u = odol_expand_uv(su, lod.uv_bounds[0], lod.uv_bounds[2]);
+  v = odol_expand_uv(sv, lod.uv_bounds[1], lod.uv_bounds[3]);
 }
 
 // ===== writing ===============================================================

@@ -50,6 +50,12 @@ struct OdolLod {
   CompressedStruct uv0, positions, normals;
 };
 
+// A packed UV value (signed 16 bits) expanded between its set's bounds. The divisor 65536 (not
+// 65534) is how the engine expands them, so the top value falls just short of the maximum.
+inline float odol_expand_uv(int16_t packed, float min, float max) {
+  return static_cast<float>((packed + 32767) * (1.0 / 65536) * (max - min) + min);
+}
+
 class OdolModel {
  public:
   explicit OdolModel(BisFileIO& io);

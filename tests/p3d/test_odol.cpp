@@ -1,0 +1,110 @@
+// Binarised models: two small real models, and what goes wrong when their bytes are changed.
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "core/BisDLL.h"
+#include "p3d/Morvane.h"
+#include "p3d/OdolModel.h"
+
+namespace {
+std::string g_text;
+bool keep(char const* format, ...) {
+  va_list ap;
+  va_start(ap, format);
+  char buf[1024];
+  std::vsnprintf(buf, sizeof buf, format, ap);
+  va_end(ap);
+  g_text += buf;
+  return true;
+}
+
+std::string data(char const* name) {
+  std::ifstream f(std::string(VENDRAK_TEST_DATA) + "/p3d/" + name, std::ios::binary);
+  std::stringstream s;
+  s << f.rdbuf();
+  return s.str();
+}
+
+void put32(std::string& s, size_t at, uint32_t v) { std::memcpy(&s[at], &v, 4); }
+
+struct Opened {
+  BisDLL dll;
+  Morvane* m = dll.dll_GetMorvane();
+  int r;
+  explicit Opened(std::string const& bytes) {
+    g_text.clear();
+    m->p3d_GetIO()->io_SetErrCallBack(keep);
+    r = m->p3d_Open(reinterpret_cast<unsigned char const*>(bytes.data()), static_cast<unsigned>(bytes.size()), 0, keep);
+  }
+};
+}  // namespace
+
+TEST(Odol, RealModelsOpen) {
+  Opened ofp(data("target_odol7.p3d"));
+  ASSERT_EQ(ofp.r, 0) << g_text;
+  GenString kind;
+  ofp.m->p3d_GetTypeStr(&kind);
+  EXPECT_STREQ(kind.c_str(), "ODOL 7 (ofp): : nLods=4\r\n");
+  EXPECT_EQ(ofp.m->p3d_get_resolution(1), 1e13f);
+  EXPECT_EQ(ofp.m->p3d_get_nPoints(ofp.m->p3d_get_lod(0)), 9u);
+
+  Opened arma(data("optic_odol73.p3d"));
+  ASSERT_EQ(arma.r, 0) << g_text;
+  EXPECT_NE(g_text.find("Header AppID: 0\r\nHeader Prefix: \r\n"), std::string::npos) << g_text;
+  arma.m->p3d_GetTypeStr(&kind);
+  EXPECT_STREQ(kind.c_str(), "ODOL 73 (Arma3) : nLods=1\r\n");
+  void const* lod = arma.m->p3d_get_lod(0);
+  EXPECT_EQ(arma.m->p3d_get_nPoints(lod), 20u);
+  EXPECT_EQ(arma.m->p3d_get_nFaces(lod), 6u);
+  EXPECT_EQ(arma.m->p3d_GetOdol()->trailing_size(), 36u);
+}
+
+
+TEST(Odol, KindTexts) {
+  struct Case {
+    int kind;
+    char const* text;
+  } cases[] = {{46, "ODOL 46 (Arma1 lzss)"}, {47, "ODOL 47 (Arma2 lzo)"}, {49, "ODOL 49 (Arma2 lzo)"},
+               {50, "ODOL 50 (Arrowhead)"},  {55, "ODOL 55 (Arrowhead)"}, {56, "ODOL 56 (Arma3)"},
+               {7, "ODOL 7 (ofp):"},         {0, "MLOD"}};
+  for (Case const& c : cases) {
+    GenString t;
+    Morvane::p3d_KindText(c.kind, &t);
+    EXPECT_STREQ(t.c_str(), c.text);
+  }
+}
+
+TEST(Odol, FailuresEndWithTheirCodes) {
+  std::string v7 = data("target_odol7.p3d"), v73 = data("optic_odol73.p3d");
+  struct Case {
+    char const* what;
+    std::string bytes;
+    int code;
+    char const* message;
+  } cases[] = {
+      {"version 30", [&] { std::string s = v73; put32(s, 4, 30); return s; }(), P3DERR_UNKNOWN_ODOL, "Type 30 "},
+      {"v7 residue", v7 + "xyz", P3DERR_V7_EXCESS, "Warning: V7 residue of 3 bytes\r\n"},
+      {"v7 truncated", v7.substr(0, v7.size() - 5), P3DERR_V7_TRUNCATED, "Warning: V7 truncated file by 5 bytes\r\n"},
+      {"lying LOD count", [&] { std::string s = v73; put32(s, 13, 0x7FFFFFFF); return s; }(), GE_EOF, ""},
+      // The LOD's start offset no longer names where it lies.
+      {"scrambled offsets", [&] { std::string s = v73; put32(s, 0x12e, 0x138); return s; }(), GE_CODE_BUG,
+       "lod offset addresses are scrambled"},
+      {"cut in a LOD", v73.substr(0, 0x300), GE_EOF, ""},
+  };
+  for (Case const& c : cases) {
+    Opened o(c.bytes);
+    EXPECT_EQ(o.r, c.code) << c.what << ": " << g_text;
+    EXPECT_NE(g_text.find(c.message), std::string::npos) << c.what << ": " << g_text;
+    EXPECT_EQ(o.m->p3d_GetLodCount(), 0) << c.what;
+  }
+}
+
+TEST(Odol, PackedUvExpandsBetweenItsBounds) {
+  EXPECT_EQ(odol_expand_uv(-32767, 0.25f, 0.75f), 0.25f);
+  EXPECT_FLOAT_EQ(odol_expand_uv(32767, 0.0f, 2.0f), 2.0f * 65534.0f / 65536.0f);
+  EXPECT_FLOAT_EQ(odol_expand_uv(0, -1.0f, 1.0f), -1.0f + 2.0f * 32767.0f / 65536.0f);
+}
