@@ -1,10 +1,14 @@
 // vendrak p3d info FILE [--json]
 // vendrak p3d props FILE [--lod N] [--json]
 // vendrak p3d fix FILE [-o OUT] [-f]
+// vendrak p3d cfg FILE [-o OUT] [-f]     (binarised models: their model.cfg text)
+// vendrak p3d rvmat FILE [-o OUT] [-f]   (binarised models: their embedded materials)
+// vendrak p3d mlod FILE -o OUT [-f]      (binarised models: an editable copy)
 #include <strings.h>
 
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -148,6 +152,43 @@ int run_fix(P3dOptions const& o) {
   return out.commit();
 }
 
+// The text of a binarised model, to a file or standard output.
+int run_text(P3dOptions const& o, bool materials) {
+  BisDLL dll;
+  Morvane* m = dll.dll_GetMorvane();
+  if (int r = open_model(m, o.file)) return r;
+  if (!m->p3d_GetOdol()) {
+    cli_error(o.file, "not a binarised model (ODOL)");
+    return P3DERR_UNDECODABLE;
+  }
+  m->p3d_GetIO()->io_SetStdioCallBack(cli_print_stderr);
+  char const* text = materials ? m->p3d_ExtractRvmats() : m->p3d_ExtractSkeleton();
+  if (!text) {
+    cli_error(o.file, Morvane::ErrorString(P3DERR_UNDECODABLE));
+    return P3DERR_UNDECODABLE;
+  }
+  OutputFile out(o.out.empty() ? "-" : o.out, o.force);
+  if (int r = out.open()) return r;
+  if (!m->p3d_GetIO()->io_write_file(out.path(), static_cast<void const*>(text), std::strlen(text))) {
+    cli_error(out.target(), Morvane::ErrorString(GE_CANNOT_WRITE));
+    return GE_CANNOT_WRITE;
+  }
+  return out.commit();
+}
+
+int run_mlod(P3dOptions const& o) {
+  BisDLL dll;
+  Morvane* m = dll.dll_GetMorvane();
+  if (int r = open_model(m, o.file)) return r;
+  OutputFile out(o.out, o.force);
+  if (int r = out.open()) return r;
+  if (int r = m->p3d_UnBinarised(out.path())) {
+    cli_error(o.out, Morvane::ErrorString(r));
+    return r;
+  }
+  return out.commit();
+}
+
 bool is_model(unsigned char const* head, size_t n, std::string const&) {
   if (n < 4) return false;
   auto const* h = reinterpret_cast<char const*>(head);
@@ -183,4 +224,27 @@ CommandRegistrar p3d_fix({"p3d fix", "Trim trailing blanks from property and nam
                             sub.add_flag("-f,--force", o->force, "Replace an existing output file");
                             return [o] { return run_fix(*o); };
                           }});
+CommandRegistrar p3d_cfg({"p3d cfg", "Write the model.cfg text of a binarised model", [](CLI::App& sub) {
+  auto o = std::make_shared<P3dOptions>();
+  sub.add_option("FILE", o->file, "The binarised model (.p3d)")->required();
+  sub.add_option("-o,--output", o->out, "Write the text here (default: standard output)");
+  sub.add_flag("-f,--force", o->force, "Replace an existing output file");
+  return std::function<int()>([o] { return run_text(*o, false); });
+}});
+
+CommandRegistrar p3d_rvmat({"p3d rvmat", "Write the materials embedded in a binarised model", [](CLI::App& sub) {
+  auto o = std::make_shared<P3dOptions>();
+  sub.add_option("FILE", o->file, "The binarised model (.p3d)")->required();
+  sub.add_option("-o,--output", o->out, "Write the text here (default: standard output)");
+  sub.add_flag("-f,--force", o->force, "Replace an existing output file");
+  return std::function<int()>([o] { return run_text(*o, true); });
+}});
+
+CommandRegistrar p3d_mlod({"p3d mlod", "Write a model as an editable MLOD", [](CLI::App& sub) {
+  auto o = std::make_shared<P3dOptions>();
+  sub.add_option("FILE", o->file, "The model (.p3d)")->required();
+  sub.add_option("-o,--output", o->out, "The editable model to write")->required();
+  sub.add_flag("-f,--force", o->force, "Replace an existing output file");
+  return std::function<int()>([o] { return run_mlod(*o); });
+}});
 }  // namespace

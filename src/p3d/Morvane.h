@@ -126,6 +126,11 @@ class Morvane {
   // Clears the point and face flag bits the engine no longer reads; returns how many words changed.
   int p3d_remove_obsolete_flags();
 
+  // Text from a binarised model (null for editable models): its model.cfg with the skeleton,
+  // sections and animation classes, and its embedded materials as rvmat text.
+  char const* p3d_ExtractSkeleton();
+  char const* p3d_ExtractRvmats();
+
   // For the binarised reader: the model it holds, null for editable models.
   OdolModel* p3d_GetOdol() const { return _odol.get(); }
 

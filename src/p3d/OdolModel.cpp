@@ -183,15 +183,15 @@ void OdolModel::_model_info() {
 }
 
 void OdolModel::_skeleton() {
-  char const* name = _io.io_ReadAsciiz();
-  if (!*name) return;
-  bool discrete;
-  _io.io_read(&discrete, "Skeleton.discrete");
+  _skeleton_name = _io.io_ReadAsciiz();
+  if (_skeleton_name.empty()) return;
+  _io.io_read(&_discrete, "Skeleton.discrete");
   uint32_t bones = _io.io_ReadUlong();
   if (bones > _io.io_RemainingBytes() / 2) throw GE_EOF;
-  for (uint32_t i = 0; i < bones; ++i) {
-    _io.io_ReadAsciiz();
-    _io.io_ReadAsciiz();
+  _bones.resize(bones);
+  for (auto& [bone, parent] : _bones) {
+    bone = _io.io_ReadAsciiz();
+    parent = _io.io_ReadAsciiz();
   }
   if (_version >= 43 && _io.io_ReadByte() != 0) throw "Skeleton 'always zero' is not";
 }
@@ -199,13 +199,13 @@ void OdolModel::_skeleton() {
 void OdolModel::_animations() {
   uint32_t classes = _io.io_ReadUlong();
   if (classes > _io.io_RemainingBytes() / 6) throw GE_EOF;
-  _anim_types.resize(classes);
-  for (uint32_t& type : _anim_types) {
-    type = _io.io_ReadUlong();
-    _io.io_ReadAsciiz();
-    _io.io_ReadAsciiz();
-    uint32_t fixed = _version >= 56 ? 36 : type == 8 ? 52 : type == 9 ? 24 : 28;
-    _io.io_GetAddressAndUpdate(fixed);
+  _anims.resize(classes);
+  for (OdolAnimation& a : _anims) {
+    a.type = _io.io_ReadUlong();
+    a.name = _io.io_ReadAsciiz();
+    a.source = _io.io_ReadAsciiz();
+    a.block_size = _version >= 56 ? 36 : a.type == 8 ? 52 : a.type == 9 ? 24 : 28;
+    a.block = _io.io_GetAddressAndUpdate(a.block_size);
   }
   uint32_t lods = _io.io_ReadUlong();
   if (lods > _io.io_RemainingBytes() / 4) throw GE_EOF;
@@ -218,8 +218,11 @@ void OdolModel::_animations() {
     }
   }
   for (size_t l = 0; l < _lods.size(); ++l)
-    for (uint32_t type : _anim_types)
-      if (_io.io_ReadUlong() != kNone && type < 8) _io.io_GetAddressAndUpdate(24);
+    for (OdolAnimation& a : _anims) {
+      uint32_t bone = _io.io_ReadUlong();
+      if (l == 0) a.bone = bone;
+      if (bone != kNone && a.type < 8) _io.io_GetAddressAndUpdate(24);
+    }
 }
 
 void OdolModel::_lod_defaults() {
@@ -293,8 +296,10 @@ void OdolModel::_materials(OdolLod& lod) {
   uint32_t count = _io.io_ReadUlong();
   if (count > _io.io_RemainingBytes() / 100) throw P3DERR_UNDECODABLE;
   lod.materials.resize(count);
-  for (std::string_view& m : lod.materials) {
-    m = _io.io_ReadAsciiz();
+  lod.material_data.resize(count);
+  for (uint32_t i = 0; i < count; ++i) {
+    lod.materials[i] = _io.io_ReadAsciiz();
+    lod.material_data[i] = _io.io_GetAddress();
     _material();
   }
 }

@@ -33,6 +33,15 @@ struct OdolProxy {
   uint32_t selection = 0;  // index of the proxy's named selection
 };
 
+// An animation class: its kind, names and the fixed block of values as stored.
+struct OdolAnimation {
+  uint32_t type = 0;
+  std::string_view name, source;
+  uint8_t const* block = nullptr;
+  uint32_t block_size = 0;
+  uint32_t bone = 0xFFFFFFFFu;  // the bone it moves in the first LOD
+};
+
 struct OdolLod {
   uint32_t index = 0;        // its place in the model's LOD table
   uint64_t start = 0, end = 0;  // where it was read in the file
@@ -43,6 +52,7 @@ struct OdolLod {
   std::vector<OdolProxy> proxies;
   std::vector<std::string_view> textures;
   std::vector<std::string_view> materials;
+  std::vector<uint8_t const*> material_data;  // each material as stored, from its type word
   std::vector<OdolSection> sections;
   std::vector<OdolSelection> selections;
   std::vector<std::pair<std::string_view, std::string_view>> properties;
@@ -74,6 +84,10 @@ class OdolModel {
   std::string_view prefix() const { return _prefix; }
   uint32_t app_id() const { return _app_id; }
   float mass() const { return _mass; }
+  std::string_view skeleton() const { return _skeleton_name; }
+  bool skeleton_discrete() const { return _discrete; }
+  std::vector<std::pair<std::string_view, std::string_view>> const& bones() const { return _bones; }
+  std::vector<OdolAnimation> const& animations() const { return _anims; }
   unsigned long lod_points(void const* lod) const;
   unsigned long lod_faces(void const* lod) const;
   unsigned long lod_selections(void const* lod) const;
@@ -114,7 +128,10 @@ class OdolModel {
   std::vector<float> _resolutions;
   std::vector<OdolLod> _lods;
   std::vector<uint32_t> _starts, _ends;
-  std::vector<uint32_t> _anim_types;
+  std::vector<OdolAnimation> _anims;
+  std::string_view _skeleton_name;
+  bool _discrete = false;
+  std::vector<std::pair<std::string_view, std::string_view>> _bones;
   float _mass = 0;
   bool _trailing = false;
   uint8_t const* _data = nullptr;
