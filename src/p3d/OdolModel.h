@@ -66,6 +66,9 @@ inline float odol_expand_uv(int16_t packed, float min, float max) {
   return static_cast<float>((packed + 32767) * (1.0 / 65536) * (max - min) + min);
 }
 
+// An embedded material (from its type word, within [data, end)) as rvmat text appended to `text`.
+void odol_material_text(GenString& text, std::string_view name, uint8_t const* data, uint8_t const* end, BisFileIO& io);
+
 class OdolModel {
  public:
   explicit OdolModel(BisFileIO& io);

@@ -205,8 +205,11 @@ struct Stage {
   bool world_env = false;
 };
 
+}  // namespace
+
 // One embedded material as rvmat text.
-void material(GenString& t, std::string_view name, P3dCursor c, BisFileIO& io) {
+void odol_material_text(GenString& t, std::string_view name, uint8_t const* data, uint8_t const* end, BisFileIO& io) {
+  P3dCursor c(data, end);
   uint32_t mv = c.u32();
   t.str_cat("/////////////////////////\r\n/////SEPARATE FILE///////\r\n");
   t.str_Add("//class %.*s//%s\r\n//{\r\n", static_cast<int>(name.size()), name.data(), "rvmat");
@@ -319,7 +322,6 @@ void material(GenString& t, std::string_view name, P3dCursor c, BisFileIO& io) {
   }
   t.str_Add("//};end class %.*s\r\n", static_cast<int>(name.size()), name.data());
 }
-}  // namespace
 
 char const* Morvane::p3d_ExtractRvmats() {
   OdolModel const* m = _odol.get();
@@ -333,7 +335,7 @@ char const* Morvane::p3d_ExtractRvmats() {
       OdolLod const* lod = m->lod(i);
       for (size_t k = 0; k < lod->materials.size(); ++k)
         if (done.insert(lod->materials[k]).second)
-          material(_text, lod->materials[k], P3dCursor(lod->material_data[k], end), _io);
+          odol_material_text(_text, lod->materials[k], lod->material_data[k], end, _io);
     }
   } catch (...) {
     return nullptr;  // the materials were checked while reading; this cannot happen on an open model

@@ -8,7 +8,9 @@
 
 #include "core/BisDLL.h"
 #include "p3d/Morvane.h"
+#include "io/BisFileIO.h"
 #include "p3d/OdolModel.h"
+#include "text/GenString.h"
 
 namespace {
 std::string g_text;
@@ -107,4 +109,86 @@ TEST(Odol, PackedUvExpandsBetweenItsBounds) {
   EXPECT_EQ(odol_expand_uv(-32767, 0.25f, 0.75f), 0.25f);
   EXPECT_FLOAT_EQ(odol_expand_uv(32767, 0.0f, 2.0f), 2.0f * 65534.0f / 65536.0f);
   EXPECT_FLOAT_EQ(odol_expand_uv(0, -1.0f, 1.0f), -1.0f + 2.0f * 32767.0f / 65536.0f);
+}
+
+namespace {
+// A material of the latest generation: colours, shaders, render flags and the given stages.
+std::string material_bytes(uint32_t flags, std::vector<std::pair<uint32_t, std::string>> const& stages) {
+  std::string s;
+  auto u32 = [&](uint32_t v) { s.append(reinterpret_cast<char const*>(&v), 4); };
+  auto f32 = [&](float v) { s.append(reinterpret_cast<char const*>(&v), 4); };
+  u32(11);
+  for (int i = 0; i < 24; ++i) f32(i % 4 == 3 ? 1.0f : 0.5f);
+  f32(40.0f);
+  u32(102);  // pixel shader
+  u32(23);   // vertex shader
+  u32(1);
+  u32(1);
+  s += "surf.bisurf";
+  s.push_back('\0');
+  u32(1);
+  u32(flags);
+  u32(static_cast<uint32_t>(stages.size()));
+  u32(static_cast<uint32_t>(stages.size()));
+  for (size_t i = 0; i < stages.size(); ++i) {
+    u32(stages[i].first);
+    s += stages[i].second;
+    s.push_back('\0');
+    u32(static_cast<uint32_t>(i));
+    s.push_back('\0');
+  }
+  for (size_t i = 0; i < stages.size(); ++i) {
+    u32(1);
+    for (float v : {1.f, 0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 0.f, 0.f, 0.f, 0.f}) f32(v);
+  }
+  u32(3);  // the TI stage
+  s += "ti.paa";
+  s.push_back('\0');
+  u32(0);
+  s.push_back('\0');
+  return s;
+}
+
+std::string material_text(std::string const& bytes) {
+  BisFileIO io;
+  GenString t;
+  auto const* p = reinterpret_cast<uint8_t const*>(bytes.data());
+  odol_material_text(t, "m.rvmat", p, p + bytes.size(), io);
+  return t.c_str();
+}
+}  // namespace
+
+TEST(OdolText, MaterialStagesFiltersAndFlags) {
+  std::string t = material_text(material_bytes(0x4000 | 0x80 | 0x2, {{1, ""}, {3, "n.paa"}, {0, "s.paa"}}));
+  EXPECT_NE(t.find("//Type: 11 (Arma3/VBS2)\r\n"), std::string::npos) << t;
+  EXPECT_NE(t.find("surfaceInfo = surf.bisurf;\r\n"), std::string::npos);
+  EXPECT_NE(t.find("PixelShaderId=Super;//102\r\nVertexShaderId=Super;//23\r\n"), std::string::npos) << t;
+  EXPECT_NE(t.find("renderFlags[] = {NoZWrite,AlphaTest,};\r\n//some unknown renderflags 4000\r\n"), std::string::npos)
+      << t;
+  // Stage 0 has no texture and is skipped, but still counts; filter 3 writes no filter line.
+  EXPECT_EQ(t.find("class stage0"), std::string::npos);
+  EXPECT_NE(t.find("class stage1\r\n{\r\n\ttexture=\"n.paa\";\r\n\tuvSource=Tex;\r\n};\r\n"), std::string::npos) << t;
+  EXPECT_NE(t.find("class stage2\r\n{\r\n\ttexture=\"s.paa\";\r\n\tFilter=Point;\r\n"), std::string::npos) << t;
+  EXPECT_NE(t.find("class stageTI\r\n{\r\n\ttexture=\"ti.paa\";\r\n};\r\n"), std::string::npos) << t;
+  EXPECT_NE(t.find("//};end class m.rvmat\r\n"), std::string::npos);
+
+  EXPECT_NE(material_text(material_bytes(0x4000, {})).find("renderFlags[] = {};\r\n//some unknown renderflags 4000"),
+            std::string::npos);
+}
+
+TEST(OdolText, ModelCfgOfModelsWithoutSkeleton) {
+  for (char const* name : {"optic_odol73.p3d", "target_odol7.p3d"}) {
+    Opened o(data(name));
+    ASSERT_EQ(o.r, 0);
+    std::string t = o.m->p3d_ExtractSkeleton();
+    EXPECT_EQ(t.find("skeletonName=\""), std::string::npos) << t;
+    EXPECT_EQ(t.find("cfgSkeletons"), std::string::npos);
+    EXPECT_NE(t.find("\t\tclass Animations\r\n\t\t{\r\n\t\t};//Animations\r\n\t};//modelclass\r\n};//CfgModels\r\n"),
+              std::string::npos)
+        << t;
+    size_t axes = t.find("/*<potential axis>"), end = t.find("</potential axis>*/");
+    ASSERT_NE(axes, std::string::npos);
+    std::string listed = t.substr(axes, end - axes);
+    for (char const* never : {"omponent", "proxy:", "\n*"}) EXPECT_EQ(listed.find(never), std::string::npos) << listed;
+  }
 }
