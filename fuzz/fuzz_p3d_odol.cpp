@@ -1,5 +1,5 @@
-// Arbitrary bytes as a binarised model. What opens must write back to exactly its own bytes, and
-// its editable form must open with the same LODs, points and faces.
+// Arbitrary bytes as a binarised model. What opens yields its texts, must write back to exactly
+// its own bytes, and its editable form must open with the same LODs, points and faces.
 #include <unistd.h>
 
 #include <cstdint>
@@ -55,6 +55,8 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     m->p3d_get_lodtype_str(i, false);
   }
   m->p3d_needs_land_class();
+  m->p3d_ExtractSkeleton();
+  m->p3d_ExtractRvmats();
   fs::path copy = scratch() / "copy.p3d", mlod = scratch() / "mlod.p3d";
   if (m->p3d_Create(copy.c_str()) != 0) std::abort();
   if (slurp(copy) != std::string(reinterpret_cast<char const*>(data), size)) std::abort();
