@@ -67,8 +67,8 @@ int run_info(std::string const& file, bool json) {
     while (!k.empty() && (k.back() == '\n' || k.back() == '\r' || k.back() == ' ' || k.back() == ':')) k.pop_back();
     nlohmann::json j = {{"file", file}, {"kind", k}, {"type", m->p3d_GetType()}, {"lods", nlohmann::json::array()}};
     if (OdolModel const* odol = m->p3d_GetOdol()) {
-      if (odol->version() >= 58) j["prefix"] = std::string(odol->prefix());
-      if (odol->version() >= 59) j["app_id"] = odol->app_id();
+      if (odol->has_prefix()) j["prefix"] = std::string(odol->prefix());
+      if (odol->has_app_id()) j["app_id"] = odol->app_id();
       j["mass"] = odol->mass();
       j["trailing_bytes"] = odol->trailing_size();
     }
@@ -86,8 +86,8 @@ int run_info(std::string const& file, bool json) {
     return 0;
   }
   OdolModel const* odol = m->p3d_GetOdol();
-  if (odol && odol->version() >= 59) cli_print_stdout("Header AppID: %u\n", odol->app_id());
-  if (odol && odol->version() >= 58)
+  if (odol && odol->has_app_id()) cli_print_stdout("Header AppID: %u\n", odol->app_id());
+  if (odol && odol->has_prefix())
     cli_print_stdout("Header Prefix: %.*s\n", static_cast<int>(odol->prefix().size()), odol->prefix().data());
   m->p3d_GetTypeStr(&kind);
   cli_print_stdout("%s", kind.c_str());
@@ -139,6 +139,11 @@ int run_fix(P3dOptions const& o) {
   BisDLL dll;
   Morvane* m = dll.dll_GetMorvane();
   if (int r = open_model(m, o.file)) return r;
+  // A binarised model is written back as stored: only its editable source can be repaired.
+  if (m->p3d_GetOdol()) {
+    cli_error(o.file, "a binarised model cannot be repaired; repair its editable source");
+    return GE_INVALID_FILE;
+  }
   if (!m->p3d_has_trailing_spaces()) {
     cli_error(o.file, Morvane::ErrorString(P3DERR_NO_CHANGES));
     return P3DERR_NO_CHANGES;

@@ -55,11 +55,11 @@ void OdolModel::read(P3dCursor& c) {
     _io.io_callback("Type %d ", static_cast<int>(_version));
     throw P3DERR_UNKNOWN_ODOL;
   }
-  if (_version >= 59) {
+  if (has_app_id()) {
     _app_id = _io.io_ReadUlong();
     _io.io_callback("Header AppID: %d\r\n", static_cast<int>(_app_id));
   }
-  if (_version >= 58) {
+  if (has_prefix()) {
     _prefix = _io.io_ReadAsciiz();
     _io.io_callback("Header Prefix: %.*s\r\n", static_cast<int>(_prefix.size()), _prefix.data());
   }
@@ -72,7 +72,11 @@ void OdolModel::read(P3dCursor& c) {
 
   if (_version == 7) {
     // OFP stores the LODs first, then their resolutions and the model information.
-    for (OdolLod& lod : _lods) _read_lod_v7(lod);
+    _lods_begin = _io.io_GetCurrentOffset();
+    for (OdolLod& lod : _lods) {
+      _read_lod_v7(lod);
+      _read_order.push_back(lod.index);
+    }
     _resolutions.resize(count);
     for (float& r : _resolutions) _io.io_read(&r, "lod Resolution");
     _model_info_v7();
@@ -92,6 +96,7 @@ void OdolModel::read(P3dCursor& c) {
   _lod_defaults();
 
   // The LODs may be stored in another order than their table: each is placed by its offset.
+  _lods_begin = _io.io_GetCurrentOffset();
   std::vector<OdolLod> read(count);
   std::vector<bool> seen(count, false);
   for (uint32_t n = 0; n < count; ++n) {
@@ -105,6 +110,7 @@ void OdolModel::read(P3dCursor& c) {
     }
     if (seen[index]) _io.io_throw(GE_CODE_BUG, "%s", "\r\nlod offset addresses are scrambled\r\n");
     seen[index] = true;
+    _read_order.push_back(index);
     OdolLod& lod = read[index];
     lod.index = index;
     lod.start = here;
@@ -559,8 +565,17 @@ void OdolModel::vertex_uv(OdolLod const& lod, uint32_t vertex, float& u, float& 
 // ===== writing ===============================================================
 
 void OdolModel::write(BisFileIO& out) const {
-  // Every part is written in reading order from where it was stored; nothing is edited in place.
-  out.io_WriteBlock(_data, _size);
+  // In reading order, each part as it was stored (nothing of a binarised model is edited): the
+  // head up to the first LOD, the LODs in the order they lie, then what follows them (the
+  // resolutions and model information of OFP, the trailing block of the later generation).
+  out.io_WriteBlock(_data, _lods_begin);
+  uint64_t at = _lods_begin;
+  for (uint32_t i : _read_order) {
+    OdolLod const& lod = _lods[i];
+    out.io_WriteBlock(_data + lod.start, lod.end - lod.start);
+    at = lod.end;
+  }
+  out.io_WriteBlock(_data + at, _size - at);
 }
 
 

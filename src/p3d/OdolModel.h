@@ -84,6 +84,9 @@ class OdolModel {
   uint32_t lod_count() const { return static_cast<uint32_t>(_lods.size()); }
   OdolLod const* lod(uint32_t i) const { return i < _lods.size() ? &_lods[i] : nullptr; }
   float resolution(uint32_t i) const { return i < _resolutions.size() ? _resolutions[i] : 0.0f; }
+  // The numbers 257 and 10043 belong to other numberings and carry neither header field.
+  bool has_prefix() const { return _version >= 58 && _version != 257 && _version != 10043; }
+  bool has_app_id() const { return _version >= 59 && _version != 257 && _version != 10043; }
   std::string_view prefix() const { return _prefix; }
   uint32_t app_id() const { return _app_id; }
   float mass() const { return _mass; }
@@ -137,6 +140,8 @@ class OdolModel {
   std::vector<std::pair<std::string_view, std::string_view>> _bones;
   float _mass = 0;
   bool _trailing = false;
+  uint64_t _lods_begin = 0;           // where the first LOD body starts
+  std::vector<uint32_t> _read_order;  // the LODs by their place in the file
   uint8_t const* _data = nullptr;
   uint64_t _size = 0;
   uint64_t _tail_size = 0;
