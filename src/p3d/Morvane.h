@@ -47,6 +47,7 @@ class Morvane {
 
   // ---- opening and writing ---------------------------------------------------
   int p3d_Open(char const* file, unsigned int flags, BisCallback callback);
+  // The caller's buffer is read in place: it must outlive the model (until Close or the next open).
   int p3d_Open(unsigned char const* buffer, unsigned int size, unsigned int flags, BisCallback callback);
   void Close();
   // Writes the model as it is held (ODOL stays ODOL, editable stays editable). `mode` is kept for

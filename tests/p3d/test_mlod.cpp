@@ -31,8 +31,9 @@ bool collect(char const* format, ...) {
 struct Opened {
   BisDLL dll;
   Morvane* m = dll.dll_GetMorvane();
+  std::string bytes;  // the model is read in place: its buffer lives as long as it
   int r;
-  explicit Opened(std::string const& bytes, unsigned flags = 0) {
+  explicit Opened(std::string in, unsigned flags = 0) : bytes(std::move(in)) {
     g_messages.clear();
     m->p3d_GetIO()->io_SetErrCallBack(collect);
     r = m->p3d_Open(reinterpret_cast<unsigned char const*>(bytes.data()), static_cast<unsigned>(bytes.size()), flags,

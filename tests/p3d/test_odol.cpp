@@ -36,8 +36,9 @@ void put32(std::string& s, size_t at, uint32_t v) { std::memcpy(&s[at], &v, 4); 
 struct Opened {
   BisDLL dll;
   Morvane* m = dll.dll_GetMorvane();
+  std::string bytes;  // the model is read in place: its buffer lives as long as it
   int r;
-  explicit Opened(std::string const& bytes) {
+  explicit Opened(std::string in) : bytes(std::move(in)) {
     g_text.clear();
     m->p3d_GetIO()->io_SetErrCallBack(keep);
     r = m->p3d_Open(reinterpret_cast<unsigned char const*>(bytes.data()), static_cast<unsigned>(bytes.size()), 0, keep);
