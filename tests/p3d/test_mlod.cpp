@@ -345,3 +345,37 @@ TEST(Mlod, ResolutionNames) {
     EXPECT_STREQ(t.c_str(), c.text);
   }
 }
+
+TEST(Mlod, DemoBlocksAndTheDemoLayout) {
+  Lod sp3d;
+  sp3d.magic = "SP3D";
+  sp3d.with_taggs = false;
+  auto with_demo = [&](uint32_t points, uint32_t length) {
+    std::string s = sp3d.bytes() + "SS3D";
+    put32(s, points);
+    put32(s, 1);  // faces
+    put32(s, 1);  // normals
+    put32(s, length);
+    s += std::string(points + 1 + 1 + length, 'd');
+    return s;
+  };
+  std::string good = with_demo(3, 8);
+  {
+    Opened o(good);
+    ASSERT_EQ(o.r, 0) << g_messages;
+    EXPECT_EQ(o.m->p3d_GetType(), Morvane::KIND_DEMO_SP3D);
+    TempDir dir;
+    fs::path out = dir.path / "demo.p3d";
+    ASSERT_EQ(o.m->p3d_Create(out.c_str()), 0);
+    // The demo layout is written in the OFP one: points gain a zero flag word.
+    Opened back(read_file(out));
+    ASSERT_EQ(back.r, 0) << g_messages;
+    EXPECT_EQ(back.m->p3d_GetType(), Morvane::KIND_DEMO_SP3X);
+    void const* l = back.m->p3d_get_lod(0);
+    EXPECT_EQ(back.m->p3d_get_nPoints(l), 3u);
+    EXPECT_EQ(static_cast<MlodLod const*>(l)->point(2).y, 4.0f);
+    EXPECT_EQ(static_cast<MlodLod const*>(l)->demo_size, 4u + 16 + 3 + 1 + 1 + 8);  // kept with its magic
+  }
+  EXPECT_EQ(Opened(with_demo(4, 8)).r, P3DERR_UNDECODABLE);  // counts that differ from the LOD's
+  EXPECT_EQ(Opened(with_demo(3, 6)).r, P3DERR_UNDECODABLE);  // a length not a multiple of 4
+}
