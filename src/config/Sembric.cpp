@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "config/ConfigChecks.h"
 #include "config/Kaltor.h"
 #include "config/RapWriter.h"
 #include "core/BisDLL.h"
@@ -75,11 +76,15 @@ int Sembric::rap_Create(char const* file, int flags, BisCallback callback, char 
       _io.io_SetStdioCallBack(callback);
       _io.io_SetErrCallBack(callback);
     }
+    int r;
     try {
-      return _create_worker(file, flags, data, size, pbo);
+      r = _create_worker(file, flags, data, size, pbo);
     } catch (std::bad_alloc const&) {
       throw GE_NO_MEMORY;
     }
+    // The place of a fault is told once, here, whichever stage found it.
+    if (r >= 10) _io.io_callbackerr("%s\r\n", rap_Describe(r).c_str());
+    return r;
   });
 }
 
@@ -142,11 +147,12 @@ void Sembric::_prebinarised_enums(uint8_t const* data, uint64_t size) {
   Kaltor* k = _dll->dll_GetKaltor();
   char const* text = nullptr;
   if (k->drp_Decode(data, static_cast<unsigned long>(size), &text, "", -1) || !text) return;
-  char const* block = std::strstr(text, "Enums)\r\nenum {\r\n");
+  static char const kBlock[] = "Enums)\r\nenum {\r\n";
+  char const* block = std::strstr(text, kBlock);
   if (!block) return;
   // OFP enumerators come one a line in ordinal order: "\tname,\t//ordinal".
   int ordinal = 0;
-  for (char const* line = std::strchr(block, '\n') + 1; *line == '\t'; ++ordinal) {
+  for (char const* line = block + sizeof kBlock - 1; *line == '\t'; ++ordinal) {
     char const* end = std::strchr(line, '\n');
     if (!end) break;
     std::string name(line + 1, end - line - 1);
@@ -211,7 +217,32 @@ int Sembric::rap_Output(char const* file, int flags) {
   });
 }
 
+int Sembric::rap_CheckContent(Vendrak* pbo) {
+  return bis_guarded_call<Message>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
+    if (!_root) return static_cast<int>(MSG_NO_CLASSES);
+    return ConfigChecks(*this, pbo).cc_run();
+  });
+}
+
 // ===== messages =============================================================
+
+int Sembric::rap_Warn(int msg, bool show) {
+  if (_io.io_get_warnings_are_errors()) return kReaderStatus + msg;
+  if (show) _io.io_callback("warning :%s\r\n", rap_Describe(msg).c_str());
+  return 0;
+}
+
+std::string Sembric::rap_Describe(int code) const {
+  char const* text = ErrorString(code);
+  int n = code & ~kReaderStatus;
+  if (n == 0 || n == MSG_MISSING_FILES) return text;
+  GenString out;
+  if (_line_in_error > 0)
+    out.Format("In File %s: circa Line %d %s", _file.c_str(), _line_in_error, text);
+  else
+    out.Format("%s: %s", _file.c_str(), text);
+  return out.c_str();
+}
 
 char const* Sembric::ErrorString(int code) {
   return GenericError::ErrorString(code);

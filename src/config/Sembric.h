@@ -93,6 +93,14 @@ class Sembric {
   // The content checks of an addon's config.cpp on the built tree; 0 or a message number.
   int rap_CheckContent(Vendrak* pbo = nullptr);
 
+  // A warning of the message table: shown through the callback as "warning :<message>" (unless
+  // `show` is false, for warnings that have their own line), or, when warnings are errors, the
+  // failure status 256 + msg. Returns 0 or that status.
+  int rap_Warn(int msg, bool show = true);
+  // The message of a result with its place: "In File <file>: circa Line <n> <text>", or
+  // "<file>: <text>" when no line is known; messages 0 and 48 bare.
+  std::string rap_Describe(int code) const;
+
   int Close();
   static char const* ErrorString(int code);
 
