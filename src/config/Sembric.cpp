@@ -235,7 +235,7 @@ int Sembric::rap_Warn(int msg, bool show) {
 std::string Sembric::rap_Describe(int code) const {
   char const* text = ErrorString(code);
   int n = code & ~kReaderStatus;
-  if (n == 0 || n == MSG_MISSING_FILES) return text;
+  if (n == 0 || n == MSG_MISSING_FILES || _file.str_IsEmpty()) return text;
   GenString out;
   if (_line_in_error > 0)
     out.Format("In File %s: circa Line %d %s", _file.c_str(), _line_in_error, text);
