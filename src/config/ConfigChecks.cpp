@@ -5,6 +5,7 @@
 #include <string>
 #include <unordered_set>
 
+#include "config/RapMessages.h"
 #include "config/Sembric.h"
 #include "config/rap_entry.h"
 #include "io/BisFileIO.h"
@@ -86,13 +87,13 @@ rap_entry* ConfigChecks::_addon() {
 int ConfigChecks::cc_required_addons() {
   rap_entry* addon = _addon();
   if (!addon) {
-    return _rap.rap_Warn(Sembric::MSG_NO_CFGPATCHES);
+    return _rap.rap_Warn(RAPMSG_NO_PATCHES_NAME);
   }
   // Classes declared without a body live in other addons, which must load first.
   if (!_root.rpe_has_externs()) return 0;
   rap_entry* required = addon->rpe_get_array("requiredAddons");
   if (required && required->rpe_get_first_child()) return 0;
-  return _rap.rap_Warn(Sembric::MSG_NO_REQUIRED_ADDONS);
+  return _rap.rap_Warn(RAPMSG_NO_REQUIRED_ADDONS);
 }
 
 int ConfigChecks::cc_units() {
@@ -114,7 +115,7 @@ int ConfigChecks::_rebuild(rap_entry& addon, char const* list, char const* from)
     // A scalar or an append cannot be rewritten into the list the addon declares.
     for (rap_entry* c : classes)
       _io.io_callbackerr("A fault occured while trying to add class %s from %s to %s[]=\n", c->name(), from, list);
-    return Sembric::MSG_UNITS;
+    return RAPMSG_UNITS_FAILED;
   }
   // Order is the author's business: only a different set of names counts as a change.
   std::unordered_set<std::string> now, rebuilt;
@@ -141,7 +142,7 @@ int ConfigChecks::cc_worlds() {
     if (!name) continue;
     if (!FileStringA(name->value()).fs_CompareFilenameOnly(world->name())) {
       _io.io_callbackerr("\nwrp name '%s' is not same as classname '%s'", name->value(), world->name());
-      if (!result) result = Sembric::MSG_WRP_NAME;
+      if (!result) result = RAPMSG_WRP_NAME;
       continue;
     }
     _add_world(*world);
@@ -152,7 +153,7 @@ int ConfigChecks::cc_worlds() {
     rap_entry* cutscenes = world->rpe_get_array("cutscenes");
     if (cutscenes && cutscenes->rpe_get_first_child()) {
       _io.io_callback("\nWarning: do not put cutscenes in your wrp's pbo\n");
-      if (int w = _rap.rap_Warn(Sembric::MSG_CUTSCENES, false); w && !result) result = w;
+      if (int w = _rap.rap_Warn(RAPMSG_CUTSCENES, false); w && !result) result = w;
     }
     if (int c = _clutter(*world); c && !result) result = c;
   }
@@ -217,5 +218,5 @@ int ConfigChecks::_clutter(rap_entry& world) {
     }
   }
   _io.io_callback("done\n");
-  return fault ? Sembric::MSG_CLUTTER : 0;
+  return fault ? RAPMSG_CLUTTER : 0;
 }

@@ -8,10 +8,12 @@
 
 #include "config/ConfigChecks.h"
 #include "config/Kaltor.h"
+#include "config/RapParser.h"
+#include "config/RapTextReader.h"
 #include "config/RapWriter.h"
 #include "core/BisDLL.h"
-#include "core/GenericError.h"
 #include "core/GuardedCall.h"
+#include "text/FileStringA.h"
 
 Sembric* BisDLL::dll_GetRap() { return dll_slot<Sembric>(SLOT_SEMBRIC); }
 
@@ -36,6 +38,7 @@ int Sembric::Close() {
   _line_in_error = 0;
   _flags = 0;
   _unbinarisable = false;
+  _reported = false;
   _io.io_set_warnings_are_errors(false);
   return 0;
 }
@@ -70,7 +73,7 @@ void Sembric::rap_AddIncludeFolder(char const* folder) {
 
 int Sembric::rap_Create(char const* file, int flags, BisCallback callback, char const* data, unsigned int size,
                         Vendrak* pbo) {
-  return bis_guarded_call<Message>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
+  return bis_guarded_call<RapMessage>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
     Close();
     if (callback) {
       _io.io_SetStdioCallBack(callback);
@@ -82,8 +85,8 @@ int Sembric::rap_Create(char const* file, int flags, BisCallback callback, char 
     } catch (std::bad_alloc const&) {
       throw GE_NO_MEMORY;
     }
-    // The place of a fault is told once, here, whichever stage found it.
-    if (r >= 10) _io.io_callbackerr("%s\r\n", rap_Describe(r).c_str());
+    // The place of a fault is told once, by the stage that found it or else here.
+    if (r >= 10 && !_reported) _io.io_callbackerr("%s\r\n", rap_Describe(r).c_str());
     return r;
   });
 }
@@ -120,7 +123,7 @@ int Sembric::_prebinarised(uint8_t const* data, uint64_t size) {
   if (r) {
     _root.reset();
     _io.io_callbackerr("PreBinarised error=%s\n", Kaltor::ErrorString(r));
-    return MSG_PREBINARISED;
+    return RAPMSG_PREBINARISED;
   }
   _prebinarised_enums(data, size);
   return 0;
@@ -164,17 +167,35 @@ void Sembric::_prebinarised_enums(uint8_t const* data, uint64_t size) {
 }
 
 int Sembric::_text(char const* file, char const* data, uint64_t size) {
-  (void)file;
-  (void)data;
-  (void)size;
-  throw GE_CODE_BUG;
+  RapTextReader reader(_io);
+  for (auto const& folder : _include_folders) reader.rt_AddIncludeFolder(folder.c_str());
+  reader.rt_SetAccessWarning(!(_flags & RAPF_READER_OPTION));
+  int r = reader.rt_OpenText(data, static_cast<size_t>(size), file);
+  if (r) {
+    _reported = true;
+    return reader.rt_Error(r);
+  }
+  _root = std::make_unique<rap_entry>();
+  RapParser parser(reader, _io);
+  // A model.cfg describes skeletons and animations of one model: nothing to delete there.
+  parser.rpp_SetNoDelete(file && FileStringA(file).fs_CompareFilenameExtOnly("model.cfg"));
+  r = parser.rpp_Parse(*_root, _enums);
+  for (auto const& name : reader.rt_IncludedFiles()) _included.tkn_add(name.c_str());
+  _unbinarisable = reader.rt_NotBinarisable();
+  _line_in_error = parser.rpp_LineInError();
+  if (r) {
+    _reported = true;
+    _root.reset();
+    _enums.Clear();
+  }
+  return r;
 }
 
 // ===== writing ==============================================================
 
 int Sembric::_output_worker(std::vector<uint8_t>& out, int flags) {
-  if (_unbinarisable) return MSG_UNBINARISABLE;
-  if (!_root) return MSG_NO_CLASSES;
+  if (_unbinarisable) return RAPMSG_UNBINARISABLE;
+  if (!_root) return RAPMSG_NO_CLASSES;
   RapWriter w((flags & RAPO_ARMA) ? RapWriter::RAPW_ARMA : RapWriter::RAPW_OFP);
   try {
     w.rpw_write(*_root, &_enums, out);
@@ -185,12 +206,12 @@ int Sembric::_output_worker(std::vector<uint8_t>& out, int flags) {
 }
 
 int Sembric::rap_Output(std::vector<uint8_t>& out, int flags) {
-  return bis_guarded_call<Message>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION,
+  return bis_guarded_call<RapMessage>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION,
                                    [&] { return _output_worker(out, flags); });
 }
 
 int Sembric::rap_Output(char const* file, int flags) {
-  return bis_guarded_call<Message>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
+  return bis_guarded_call<RapMessage>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
     if (!file || !*file) throw "no filename";
     std::vector<uint8_t> bytes;
     // The whole file is laid out before anything is created, so a tree that cannot be written
@@ -203,7 +224,7 @@ int Sembric::rap_Output(char const* file, int flags) {
         if (getcwd(cwd, sizeof cwd)) _io.io_callbackerr("(%s)\\", cwd);
       }
       _io.io_callbackerr("%s\r\n", file);
-      return static_cast<int>(MSG_CANNOT_WRITE);
+      return static_cast<int>(RAPMSG_CANNOT_WRITE);
     }
     try {
       _io.io_WriteBlock(bytes.data(), bytes.size());
@@ -218,8 +239,8 @@ int Sembric::rap_Output(char const* file, int flags) {
 }
 
 int Sembric::rap_CheckContent(Vendrak* pbo) {
-  return bis_guarded_call<Message>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
-    if (!_root) return static_cast<int>(MSG_NO_CLASSES);
+  return bis_guarded_call<RapMessage>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
+    if (!_root) return static_cast<int>(RAPMSG_NO_CLASSES);
     return ConfigChecks(*this, pbo).cc_run();
   });
 }
@@ -227,15 +248,14 @@ int Sembric::rap_CheckContent(Vendrak* pbo) {
 // ===== messages =============================================================
 
 int Sembric::rap_Warn(int msg, bool show) {
-  if (_io.io_get_warnings_are_errors()) return kReaderStatus + msg;
+  if (_io.io_get_warnings_are_errors()) return RAP_STATUS + msg;
   if (show) _io.io_callback("warning :%s\r\n", rap_Describe(msg).c_str());
   return 0;
 }
 
 std::string Sembric::rap_Describe(int code) const {
   char const* text = ErrorString(code);
-  int n = code & ~kReaderStatus;
-  if (n == 0 || n == MSG_MISSING_FILES || _file.str_IsEmpty()) return text;
+  if (rap_message_is_bare(code) || _file.str_IsEmpty()) return text;
   GenString out;
   if (_line_in_error > 0)
     out.Format("In File %s: circa Line %d %s", _file.c_str(), _line_in_error, text);
@@ -244,6 +264,4 @@ std::string Sembric::rap_Describe(int code) const {
   return out.c_str();
 }
 
-char const* Sembric::ErrorString(int code) {
-  return GenericError::ErrorString(code);
-}
+char const* Sembric::ErrorString(int code) { return rap_message_text(code); }

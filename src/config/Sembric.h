@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include "config/RapMessages.h"
 #include "config/rap_entry.h"
 #include "core/BisCallback.h"
 #include "io/BisFileIO.h"
@@ -18,13 +19,14 @@ class Vendrak;
 // rap_entry nodes, optionally checks and repairs an addon's config.cpp, and writes the tree as a
 // binarised config in the OFP or the Arma dialect.
 //
-// Results are 0, a message number of the config message table (46 no classes, 47 cannot write,
-// 50 prebinarised input broken, 53/56/57 content faults, 55 unbinarisable expression), or a
-// reader status: 256 + a message number, for faults found while reading the text.
+// Results are 0, a number of the config message table (RapMessages.h: 46 no classes, 47 cannot
+// write, 50 prebinarised input broken, 53/56/57 content faults, 55 unbinarisable expression), a
+// reader status (RAP_STATUS + a number) for faults found in the text, or a generic code.
 class Sembric {
  public:
   // rap_Create flags.
-  static constexpr int RAPF_READER_OPTION = 0x10;        // handed to the text reader
+  // The text belongs to the game's own folders: access= entries are not warned about.
+  static constexpr int RAPF_READER_OPTION = 0x10;
   static constexpr int RAPF_WARNINGS_ARE_ERRORS = 0x20;
   static constexpr int RAPF_IMPLIES_READER_OPTION = 0x800;
   // Run the content checks of an addon's config.cpp (the archive maker asks for them).
@@ -32,23 +34,6 @@ class Sembric {
   // rap_Output flags.
   static constexpr int RAPO_ARMA = 1;  // clear: the OFP dialect
 
-  // Message numbers the binariser itself returns.
-  enum Message : int {
-    MSG_DUPLICATED = 31,
-    MSG_MISSING_INHERITANCE = 34,
-    MSG_NO_CLASSES = 46,
-    MSG_CANNOT_WRITE = 47,
-    MSG_MISSING_FILES = 48,
-    MSG_PREBINARISED = 50,
-    MSG_NO_REQUIRED_ADDONS = 51,
-    MSG_NO_CFGPATCHES = 52,
-    MSG_WRP_NAME = 53,
-    MSG_CUTSCENES = 54,
-    MSG_UNBINARISABLE = 55,
-    MSG_CLUTTER = 56,
-    MSG_UNITS = 57,
-  };
-  static constexpr int kReaderStatus = 0x100;
   // The code a thrown message text turns into.
   static constexpr int kDetectedError = 3;
 
@@ -110,6 +95,7 @@ class Sembric {
   void _prebinarised_enums(uint8_t const* data, uint64_t size);
   int _text(char const* file, char const* data, uint64_t size);
   int _output_worker(std::vector<uint8_t>& out, int flags);
+  int _report(int code);
 
   BisDLL* _dll;
   BisFileIO _io;
@@ -122,4 +108,5 @@ class Sembric {
   int _line_in_error = 0;
   int _flags = 0;
   bool _unbinarisable = false;
+  bool _reported = false;  // the fault's message has gone out with its place
 };

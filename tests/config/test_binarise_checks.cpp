@@ -67,7 +67,7 @@ TEST(BinariseChecks, UnitsAndWeaponsFollowTheScopeRule) {
   Checked scalar;
   addon(scalar.s)->rpe_add_string("units", "Pub");
   scalar.s->rap_add_class("CfgVehicles", nullptr)->rpe_add_class("Pub", nullptr);
-  EXPECT_EQ(scalar.run(), Sembric::MSG_UNITS);
+  EXPECT_EQ(scalar.run(), RAPMSG_UNITS_FAILED);
   EXPECT_NE(captured().find("A fault occured while trying to add class Pub from cfgVehicles to units[]=\r\n"),
             std::string::npos);
 }
@@ -79,13 +79,13 @@ TEST(BinariseChecks, AddonDeclarationWarnings) {
     int message;
   };
   Case cases[] = {
-      {"no cfgPatches", [](Sembric* s) { s->rap_add_class("CfgVehicles", nullptr); }, Sembric::MSG_NO_CFGPATCHES},
+      {"no cfgPatches", [](Sembric* s) { s->rap_add_class("CfgVehicles", nullptr); }, RAPMSG_NO_PATCHES_NAME},
       {"externs without requiredAddons",
        [](Sembric* s) {
          s->rap_add_class("CfgPatches", nullptr)->rpe_add_class("a", nullptr)->rpe_add_array("requiredAddons", false);
          s->rap_get_root()->rpe_add_extern("Outside");
        },
-       Sembric::MSG_NO_REQUIRED_ADDONS},
+       RAPMSG_NO_REQUIRED_ADDONS},
       {"externs with requiredAddons",
        [](Sembric* s) {
          addon(s);
@@ -98,7 +98,7 @@ TEST(BinariseChecks, AddonDeclarationWarnings) {
       Checked c;
       k.build(c.s);
       c.s->rap_GetIO()->io_set_warnings_are_errors(strict);
-      int want = k.message && strict ? Sembric::kReaderStatus + k.message : 0;
+      int want = k.message && strict ? RAP_STATUS + k.message : 0;
       EXPECT_EQ(c.run(), want) << k.what;
       bool said = captured().find(std::string("warning :") + Sembric::ErrorString(k.message)) != std::string::npos;
       EXPECT_EQ(said, k.message && !strict) << k.what << ": " << captured();
@@ -132,7 +132,7 @@ void terrain(Sembric* s, char const* world, char const* wrp) {
 TEST(BinariseChecks, TerrainAndClutter) {
   Checked c;
   terrain(c.s, "Abel", "\\tzk\\abel\\ABEL.wrp");
-  EXPECT_EQ(c.run(), Sembric::MSG_CLUTTER);
+  EXPECT_EQ(c.run(), RAPMSG_CLUTTER);
   std::string m = captured();
   for (char const* line : {"\r\n'minRocksInRockSquare' is not stated in the cfgWorlds config\r\n",
                            "Checking cfgSurfaces and clutter...",
@@ -149,7 +149,7 @@ TEST(BinariseChecks, TerrainAndClutter) {
 
   Checked wrong;
   terrain(wrong.s, "Eden", "\\tzk\\abel\\abel.wrp");
-  EXPECT_EQ(wrong.run(), Sembric::MSG_WRP_NAME);
+  EXPECT_EQ(wrong.run(), RAPMSG_WRP_NAME);
   EXPECT_NE(captured().find("\r\nwrp name '\\tzk\\abel\\abel.wrp' is not same as classname 'Eden'"), std::string::npos)
       << captured();
   EXPECT_EQ(wrong.s->rap_get_class("CfgWorldList"), nullptr);

@@ -131,14 +131,14 @@ TEST(BinariseWriter, RefusalsLeaveNoFile) {
   std::string out = (dir / "out.bin").string();
   BisDLL dll;
   Sembric* s = dll.dll_GetRap();
-  EXPECT_EQ(s->rap_Output(out.c_str(), Sembric::RAPO_ARMA), Sembric::MSG_NO_CLASSES);
+  EXPECT_EQ(s->rap_Output(out.c_str(), Sembric::RAPO_ARMA), RAPMSG_NO_CLASSES);
   s->rap_add_class("A", nullptr);
   s->rap_SetUnbinarisable();
-  EXPECT_EQ(s->rap_Output(out.c_str(), Sembric::RAPO_ARMA), Sembric::MSG_UNBINARISABLE);
+  EXPECT_EQ(s->rap_Output(out.c_str(), Sembric::RAPO_ARMA), RAPMSG_UNBINARISABLE);
   EXPECT_FALSE(fs::exists(out));
   s->Close();
   s->rap_add_class("A", nullptr);
-  EXPECT_EQ(s->rap_Output((dir / "no" / "such" / "x.bin").c_str(), 1), Sembric::MSG_CANNOT_WRITE);
+  EXPECT_EQ(s->rap_Output((dir / "no" / "such" / "x.bin").c_str(), 1), RAPMSG_CANNOT_WRITE);
   EXPECT_EQ(s->rap_Output(out.c_str(), Sembric::RAPO_ARMA), 0);
   EXPECT_EQ(fs::file_size(out), 39u);
   fs::remove_all(dir);
@@ -151,7 +151,7 @@ TEST(BinariseWriter, BrokenBinarisedInputIsPrebinarisedError) {
   Bytes bad = {0, 'r', 'a', 'P', 0, 0, 0, 0, 8, 0, 0, 0, 16, 0, 0, 0, 0, 1, 9};
   EXPECT_EQ(s->rap_Create("bad.bin", 0, capture, reinterpret_cast<char const*>(bad.data()),
                           static_cast<unsigned>(bad.size())),
-            Sembric::MSG_PREBINARISED);
+            RAPMSG_PREBINARISED);
   EXPECT_NE(captured().find("PreBinarised error=Kaltor: Unknown Entry type\r\n"), std::string::npos) << captured();
   EXPECT_EQ(s->rap_get_root(), nullptr);
 }
