@@ -209,14 +209,15 @@ int RapParser::_class(rap_entry& cls, int depth) {
   _open.push_back(name);
   if ((r = _body(*node, depth + 1))) return r;
   _open.pop_back();
-  return _end_of_statement();
+  // Macros that write several classes often drop the ';' between "}" and the next "class".
+  return _end_of_statement(true);
 }
 
-// After a value, an array or a class: the ';'. One missing before a '}' or at the end of a line
-// is what the game forgives, with a warning.
-int RapParser::_end_of_statement() {
+// After a value, an array or a class: the ';'. One missing before a '}', at the end of a line or
+// behind a class's '}' is what the game forgives, with a warning.
+int RapParser::_end_of_statement(bool after_class) {
   int r = _next(RT::RT_EOL_TOKEN);
-  bool forgiven = false;
+  bool forgiven = after_class;
   if (r == 0 && _rd.rt_TokenKind() == RT::TK_EOL) {
     r = _next();
     forgiven = true;
@@ -232,7 +233,7 @@ int RapParser::_end_of_statement() {
 
 int RapParser::_value(rap_entry& cls, std::string const& name) {
   _text.clear();
-  int count = 0;
+  int count = 0, braces = 0;
   bool quoted = false, number = false;
   for (;;) {
     int r = _next(RT::RT_EOL_TOKEN);
@@ -244,20 +245,36 @@ int RapParser::_value(rap_entry& cls, std::string const& name) {
       _rd.rt_UngetToken();
       break;
     }
-    if (_is(';') || _is('}')) {
+    // Old sources quote script text with braces: init = _this exec {\x\y.sqs};
+    if (_is('{') && count) ++braces;
+    if ((_is(';') && !braces) || (_is('}') && !braces--)) {
+      braces = 0;
       _rd.rt_UngetToken();
       break;
     }
-    if (quoted || (count && kind == RT::TK_STRING)) return _fail(RAPMSG_EXPECTED_SEMICOLON);
+    // Unquoted script text may hold quoted pieces: they keep their quotes.
+    if (count == 1 && quoted) _text = _quoted(_text);
     if (count && _rd.rt_SpaceBefore()) _text += ' ';
-    _text.append(_rd.rt_Token(), _rd.rt_TokenLength());
-    quoted = kind == RT::TK_STRING;
+    if (count && kind == RT::TK_STRING)
+      _text += _quoted(_rd.rt_Token());
+    else
+      _text.append(_rd.rt_Token(), _rd.rt_TokenLength());
+    quoted = !count && kind == RT::TK_STRING;
     number = !count && kind == RT::TK_NUMBER;
     ++count;
   }
   if (!count) return _fail(RAPMSG_ILLEGAL_VALUE);
-  _add_scalar(cls, name.c_str(), quoted || !number);
+  _add_scalar(cls, name.c_str(), count > 1 || quoted || !number);
   return _end_of_statement();
+}
+
+std::string RapParser::_quoted(std::string const& text) {
+  std::string q = "\"";
+  for (char c : text) {
+    q += c;
+    if (c == '"') q += c;
+  }
+  return q += '"';
 }
 
 // Strings stay strings; a lone number token becomes the narrowest number that holds it.
@@ -303,7 +320,13 @@ int RapParser::_array(rap_entry& array, int depth) {
 int RapParser::_element(rap_entry& array) {
   _text.clear();
   bool quoted = _rd.rt_TokenKind() == RT::TK_STRING, number = _rd.rt_TokenKind() == RT::TK_NUMBER;
-  if (_is(',') || _is(';')) return _fail(RAPMSG_MISMATCHED_QUOTES);
+  if (_is(',')) {
+    // An element left out ({,db-15,1}): the game reads an empty string.
+    if (int w = _rd.rt_Warning(RAPMSG_ILLEGAL_VALUE)) return _fail(w);
+    _rd.rt_UngetToken();
+    array.rpe_add_string(nullptr, "");
+    return 0;
+  }
   _text.append(_rd.rt_Token(), _rd.rt_TokenLength());
   for (int count = 1;; ++count) {
     int r = _next();

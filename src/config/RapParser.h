@@ -44,11 +44,12 @@ class RapParser {
   int _array(rap_entry& array, int depth);
   int _value(rap_entry& cls, std::string const& name);
   int _element(rap_entry& array);
-  int _end_of_statement();
+  int _end_of_statement(bool after_class = false);
   int _next(int mode = 0);
   int _fail(int message);
   void _add_scalar(rap_entry& into, char const* name, bool quoted);
   bool _is(char symbol) const;
+  static std::string _quoted(std::string const& text);
 
   RapTextReader& _rd;
   BisFileIO& _io;

@@ -68,4 +68,50 @@ TEST(BinariseCorpus, DecodedTextBinarisesByteForByte) {
     EXPECT_EQ(i, in.size()) << p << " first difference at " << i << " of " << in.size() << "/" << out.size();
   }
 }
+// Two trees hold the same nodes, in the same order, with the same names, types and values.
+void expect_same_tree(rap_entry const* a, rap_entry const* b, std::string const& where) {
+  for (; a && b; a = a->rpe_get_next_sibling(), b = b->rpe_get_next_sibling()) {
+    std::string here = where + "." + a->name();
+    ASSERT_STREQ(a->name(), b->name()) << here;
+    ASSERT_EQ(a->rpe_GetType(), b->rpe_GetType()) << here;
+    ASSERT_STREQ(a->value(), b->value()) << here;
+    expect_same_tree(a->rpe_get_first_child(), b->rpe_get_first_child(), here);
+  }
+  ASSERT_EQ(a, b) << where << ": one tree has more entries";
+}
+
+// Real sources, with the folders their includes are found below: each binarises, and what it
+// writes decodes to the tree it was written from.
+TEST(BinariseCorpus, RealSourcesBinariseAndDecodeToTheirTree) {
+  fs::path text = corpus() / "cfgtext";
+  if (!fs::is_directory(text)) GTEST_SKIP() << "no corpus at " << corpus();
+  fs::path cba = text / "cba_a3_tree", tzk = text / "tzk_ofp_TZK_Config_4_0_6";
+  std::vector<std::pair<fs::path, std::vector<fs::path>>> sources;
+  for (fs::path root : {cba / "x", corpus() / "addon-src"})
+    for (auto const& e : fs::recursive_directory_iterator(root))
+      if (e.path().filename() == "config.cpp") sources.push_back({e.path(), {cba, cba / "include"}});
+  sources.push_back({tzk / "TZK_Config_4_0_6" / "config.cpp", {tzk}});
+  // The OFP mission includes a header of a mod that the corpus does not hold.
+  for (auto const& e : fs::directory_iterator(text))
+    if (e.is_regular_file() && e.path().extension() != ".skeleton" && e.path().filename() != "tzk_ofp_mission.sqm")
+      sources.push_back({e.path(), {}});
+  for (auto const& e : fs::directory_iterator(corpus() / "addon-src"))
+    if (fs::exists(e.path() / "model.cfg")) sources.push_back({e.path() / "model.cfg", {}});
+  ASSERT_GT(sources.size(), 25u);
+  for (auto const& [file, folders] : sources) {
+    BisDLL dll;
+    Sembric* s = dll.dll_GetRap();
+    for (auto const& f : folders) s->rap_AddIncludeFolder(f.c_str());
+    captured().clear();
+    s->rap_GetIO()->io_SetErrCallBack(capture);
+    ASSERT_EQ(s->rap_Create(file.c_str(), 0, nullptr), 0) << file << "\n" << captured();
+    for (int flags : {0, Sembric::RAPO_ARMA}) {
+      std::vector<uint8_t> out;
+      ASSERT_EQ(s->rap_Output(out, flags), 0) << file;
+      rap_entry back;
+      ASSERT_EQ(dll.dll_GetKaltor()->drp_Decode(out.data(), static_cast<unsigned long>(out.size()), &back), 0) << file;
+      expect_same_tree(s->rap_get_first(), back.rpe_get_first_child(), file.filename().string());
+    }
+  }
+}
 }  // namespace
