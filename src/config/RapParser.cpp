@@ -336,6 +336,7 @@ int RapParser::_element(rap_entry& array) {
       _add_scalar(array, nullptr, quoted || !(number && count == 1));
       return 0;
     }
+    // Unquoted elements are expressions the game works out: (138 / 256), \ca\x.paa, db-10.
     if (quoted || _rd.rt_TokenKind() == RT::TK_STRING || _is('{')) return _fail(RAPMSG_MISMATCHED_QUOTES);
     if (_rd.rt_SpaceBefore()) _text += ' ';
     _text.append(_rd.rt_Token(), _rd.rt_TokenLength());

@@ -179,7 +179,13 @@ int Sembric::_text(char const* file, char const* data, uint64_t size) {
   RapParser parser(reader, _io);
   // A model.cfg describes skeletons and animations of one model: nothing to delete there.
   parser.rpp_SetNoDelete(file && FileStringA(file).fs_CompareFilenameExtOnly("model.cfg"));
-  r = parser.rpp_Parse(*_root, _enums);
+  try {
+    r = parser.rpp_Parse(*_root, _enums);
+  } catch (...) {
+    _root.reset();
+    _enums.Clear();
+    throw;
+  }
   for (auto const& name : reader.rt_IncludedFiles()) _included.tkn_add(name.c_str());
   _unbinarisable = reader.rt_NotBinarisable();
   _line_in_error = parser.rpp_LineInError();
