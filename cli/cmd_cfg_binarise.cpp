@@ -65,7 +65,8 @@ CommandRegistrar binarise_command({"cfg binarise", "Binarise config text (config
   auto o = std::make_shared<BinariseOptions>();
   cmd.add_option("FILE", o->file, "The config text, or a binarised config to write again; - reads standard input")
       ->required();
-  cmd.add_option("-o,--output", o->out, "The binarised file (default: FILE with the extension .bin; - standard output)");
+  cmd.add_option("-o,--output", o->out,
+                 "The binarised file (default: FILE with the extension .bin; - standard output)");
   cmd.add_flag("-f,--force", o->force, "Replace an existing output file that differs");
   cmd.add_flag("--ofp", o->ofp, "Write the OFP dialect (indexed strings) instead of the Arma dialect");
   // One folder per -I, so a FILE behind it is not taken for another folder.

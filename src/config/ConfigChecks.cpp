@@ -206,7 +206,8 @@ int ConfigChecks::_clutter(rap_entry& world) {
       fault = true;
     }
     double sum = 0;
-    for (rap_entry* p = probability->rpe_get_first_child(); p; p = p->rpe_get_next_sibling()) sum += p->rpe_get_double();
+    for (rap_entry* p = probability->rpe_get_first_child(); p; p = p->rpe_get_next_sibling())
+      sum += p->rpe_get_double();
     if (sum > 1.0 + kProbabilitySlack) {
       _io.io_callbackerr("%s: sumof probabilities exceed 1.0. is %f\n", character->name(), sum);
       fault = true;

@@ -109,7 +109,7 @@ int RapParser::rpp_Parse(rap_entry& root, TokenPairs& enums) {
   if ((r = _body(root, 0))) return r;
   if (_missing_parents) {
     GenString where;
-    where.Format("In File %s: circa Line %d %s", _rd.rt_CurrentFile(), _line_in_error,
+    where.Format("In File %s: circa Line %d %s", _file_in_error.c_str(), _line_in_error,
                  rap_message_text(RAPMSG_MISSING_INHERIT));
     _io.io_callbackerr("%s\r\n", where.c_str());
     return RAP_STATUS + RAPMSG_MISSING_INHERIT;
@@ -137,7 +137,8 @@ int RapParser::_body(rap_entry& cls, int depth) {
 
 int RapParser::_statement(rap_entry& cls, Scope& scope, int depth) {
   RT::TokenKind kind = _rd.rt_TokenKind();
-  if (kind != RT::TK_WORD && kind != RT::TK_NUMBER) return _fail(RAPMSG_EXTRANEOUS);
+  // A macro may expand to nothing: an empty word names nothing.
+  if ((kind != RT::TK_WORD && kind != RT::TK_NUMBER) || !_rd.rt_TokenLength()) return _fail(RAPMSG_EXTRANEOUS);
   std::string name = _rd.rt_Token();
   int r = _next();
   if (r) return r == kEof ? _fail(RAPMSG_EXPECTED_SEMICOLON) : r;
@@ -172,7 +173,8 @@ int RapParser::_statement(rap_entry& cls, Scope& scope, int depth) {
 
 int RapParser::_class(rap_entry& cls, int depth) {
   RT::TokenKind kind = _rd.rt_TokenKind();
-  if (kind != RT::TK_WORD && kind != RT::TK_NUMBER) return _fail(RAPMSG_EXPECTED_CLASS_NAME);
+  if ((kind != RT::TK_WORD && kind != RT::TK_NUMBER) || !_rd.rt_TokenLength())
+    return _fail(RAPMSG_EXPECTED_CLASS_NAME);
   std::string name = _rd.rt_Token();
   int r = _next();
   if (r) return r == kEof ? _fail(RAPMSG_EXPECTED_AFTER_CLASSNAME) : r;
@@ -204,7 +206,10 @@ int RapParser::_class(rap_entry& cls, int depth) {
   // The parent must be known here: defined before, or declared as living in another addon.
   if (!parent.empty() && !node->rpe_find_inherited_class() && !node->rpe_find_nearest_extern(parent.c_str())) {
     _io.io_callbackerr("inherit class '%s' does not exist\n", parent.c_str());
-    if (!_missing_parents++) _line_in_error = _rd.rt_CurrentLine();
+    if (!_missing_parents++) {
+      _line_in_error = _rd.rt_CurrentLine();
+      _file_in_error = _rd.rt_CurrentFile();
+    }
   }
   _open.push_back(name);
   if ((r = _body(*node, depth + 1))) return r;

@@ -57,6 +57,7 @@ class RapParser {
   std::string _text;  // a value's text, gathered from its tokens
   std::vector<std::string> _open;  // names of the classes being read, for the truncation message
   int _line_in_error = 0;
+  std::string _file_in_error;  // where the first missing parent class was named
   int _missing_parents = 0;
   bool _no_delete = false;
 };

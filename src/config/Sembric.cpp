@@ -108,9 +108,11 @@ int Sembric::_create_worker(char const* file, int flags, char const* data, unsig
     bytes = _io.io_GetRawData();
     length = _io.io_GetFileSize();
   }
-  int r = length >= 4 && BisFileIO::io_BufIsRaPified(bytes) >= 0 ? _prebinarised(bytes, length)
-                                                                 : _text(file, reinterpret_cast<char const*>(bytes), length);
-  if (!r && (flags & RAPF_CONTENT_CHECKS)) r = rap_CheckContent(pbo);
+  bool binarised = length >= 4 && BisFileIO::io_BufIsRaPified(bytes) >= 0;
+  int r = binarised ? _prebinarised(bytes, length) : _text(file, reinterpret_cast<char const*>(bytes), length);
+  // An addon's config.cpp packed into an archive is always checked; elsewhere on request.
+  bool addon_config = pbo && file && FileStringA(file).fs_CompareFilenameExtOnly("config.cpp");
+  if (!r && ((flags & RAPF_CONTENT_CHECKS) || addon_config)) r = rap_CheckContent(pbo);
   return r;
 }
 

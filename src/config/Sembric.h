@@ -29,7 +29,8 @@ class Sembric {
   static constexpr int RAPF_READER_OPTION = 0x10;
   static constexpr int RAPF_WARNINGS_ARE_ERRORS = 0x20;
   static constexpr int RAPF_IMPLIES_READER_OPTION = 0x800;
-  // Run the content checks of an addon's config.cpp (the archive maker asks for them).
+  // Run the content checks of an addon's config.cpp (they always run on a config.cpp given with
+  // the archive it is packed into).
   static constexpr int RAPF_CONTENT_CHECKS = 0x1000;
   // rap_Output flags.
   static constexpr int RAPO_ARMA = 1;  // clear: the OFP dialect
