@@ -36,20 +36,13 @@ std::string lowered(char const* s) {
   return k;
 }
 
-// The scope a class states, -1 for none. Macros usually spell the levels as numbers; the words
-// stand for them where a config leaves them to the engine's enumeration.
+// The scope a class states as a number, -1 for none.
 int stated_scope(rap_entry const* e) {
   switch (e->rpe_GetType()) {
     case T::RPE_INT:
     case T::RPE_INT64:
     case T::RPE_FLOAT:
     case T::RPE_DOUBLE: return static_cast<int>(e->rpe_get_int());
-    case T::RPE_STRING: {
-      static char const* const words[] = {"private", "protected", "public"};
-      for (int i = 0; i < 3; ++i)
-        if (!strcasecmp(e->value(), words[i])) return i;
-      return -1;
-    }
     default: return -1;
   }
 }
