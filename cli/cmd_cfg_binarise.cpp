@@ -41,23 +41,18 @@ int run_binarise(BinariseOptions const& o) {
   int flags = (o.strict ? Sembric::RAPF_WARNINGS_ARE_ERRORS : 0) | (o.checks ? Sembric::RAPF_CONTENT_CHECKS : 0);
   int r = s->rap_Create(name.c_str(), flags, nullptr, reinterpret_cast<char const*>(bytes.data()),
                         static_cast<unsigned>(bytes.size()));
-  // The binariser has named the file and line of a fault it found; other failures are told here.
-  bool told = r >= 10;
+  // The binariser has told the file and line of a fault it found; the last line says the outcome.
+  bool told = false;  // an output that could not be made or put in place says so itself
   if (!r) {
     OutputFile out(o.out.empty() ? default_output(o.file) : o.out, o.force);
-    r = out.open();
-    told = r != 0;
-    if (!r) {
-      r = s->rap_Output(out.path(), o.ofp ? 0 : Sembric::RAPO_ARMA);
-      if (!r) {
-        r = out.commit();
-        told = r != 0;
-      }
-    }
+    told = (r = out.open()) != 0;
+    if (!r) r = s->rap_Output(out.path(), o.ofp ? 0 : Sembric::RAPO_ARMA);
+    if (!r) told = (r = out.commit()) != 0;
   }
-  if (r && !told) cli_error(name, std::string(Sembric::ErrorString(r)) + " (" + std::to_string(r) + ")");
   // A reader status (256 + a message number) exits with the message number.
-  return r >= RAP_STATUS ? r - RAP_STATUS : r;
+  int status = r >= RAP_STATUS ? r - RAP_STATUS : r;
+  if (r && !told) cli_error(name, std::string(Sembric::ErrorString(r)) + " (" + std::to_string(status) + ")");
+  return status;
 }
 
 CommandRegistrar binarise_command({"cfg binarise", "Binarise config text (config.cpp, model.cfg, mission.sqm) to raP",

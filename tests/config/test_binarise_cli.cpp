@@ -81,7 +81,8 @@ TEST(BinariseCli, OutputNamesStatusesAndFailures) {
   } const cases[] = {
       {"cfg binarise config.cpp", 0, "", "config.bin"},
       {"cfg binarise config.cpp --ofp -o ofp.bin", 0, "", "ofp.bin"},
-      {"cfg binarise dup.cpp -f", 31, "In File dup.cpp: circa Line 2 Rap: duplicated token or class", nullptr},
+      {"cfg binarise dup.cpp -f", 31, "In File dup.cpp: circa Line 2 Rap: duplicated token or class\n", nullptr},
+      {"cfg binarise dup.cpp -f", 31, "vendrak: dup.cpp: Rap: duplicated token or class (31)\n", nullptr},
       {"cfg binarise eval.cpp", 55, "vendrak: eval.cpp: Rap: eval/exec has unbinarisable sqX (55)", nullptr},
       {"cfg binarise warn.cpp -o w.bin", 0, "warning :In File warn.cpp: circa Line 1 Trailing comma", "w.bin"},
       {"cfg binarise warn.cpp -o w2.bin --warnings-as-errors", 37, "Trailing comma", nullptr},
