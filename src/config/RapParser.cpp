@@ -159,9 +159,8 @@ int RapParser::_statement(rap_entry& cls, Scope& scope, int depth) {
   if (!scope.names.insert(lowered(name)).second) return _fail(RAPMSG_DUPLICATE);
   if (_is('=')) return _value(cls, name);
   bool append = false;
-  if (_is('[')) {
-    if ((r = _next()) || !_is(']') || (r = _next())) return r && r != kEof ? r : _fail(RAPMSG_EXPECTED_ARRAY);
-  }
+  if (!_is('[') || (r = _next()) || !_is(']') || (r = _next()))
+    return r && r != kEof ? r : _fail(RAPMSG_EXPECTED_ARRAY);
   if (_is('+')) {
     append = true;
     if ((r = _next())) return r == kEof ? _fail(RAPMSG_EXPECTED_ARRAY) : r;

@@ -99,6 +99,7 @@ TEST(BinariseText, FaultsAndTheirMessages) {
       {"class A B", RAP_STATUS + RAPMSG_EXPECTED_AFTER_CLASSNAME, "after classname"},
       {"a[] = 5;", RAP_STATUS + RAPMSG_EXPECTED_ARRAY, "Expected ]={"},
       {"a[ = {};", RAP_STATUS + RAPMSG_EXPECTED_ARRAY, "Expected ]={"},
+      {"a += {};", RAP_STATUS + RAPMSG_EXPECTED_ARRAY, "Expected ]={"},
       {"a = ;", RAP_STATUS + RAPMSG_ILLEGAL_VALUE, "illegal value"},
       {"a[] = {\"x\" \"y\"};", RAP_STATUS + RAPMSG_MISMATCHED_QUOTES, "missing ','"},
       {"a[] = {1, 2", RAP_STATUS + RAPMSG_EOF, "EOF encountered"},
