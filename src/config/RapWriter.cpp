@@ -27,17 +27,14 @@ int subtype_of(int type) {
 }  // namespace
 
 void RapWriter::_word(uint32_t v) {
-  uint8_t b[4] = {static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8), static_cast<uint8_t>(v >> 16),
-                  static_cast<uint8_t>(v >> 24)};
-  _out->insert(_out->end(), b, b + 4);
+  _out->resize(_out->size() + 4);
+  _patch(_out->size() - 4, v);
 }
 
 void RapWriter::_patch(size_t at, size_t value) {
   if (value > kMaxFile) throw GE_CANNOT_WRITE;
-  auto v = static_cast<uint32_t>(value);
-  uint8_t b[4] = {static_cast<uint8_t>(v), static_cast<uint8_t>(v >> 8), static_cast<uint8_t>(v >> 16),
-                  static_cast<uint8_t>(v >> 24)};
-  std::memcpy(_out->data() + at, b, 4);
+  uint8_t* p = _out->data() + at;
+  for (int i = 0; i < 4; ++i) p[i] = static_cast<uint8_t>(value >> (8 * i));
 }
 
 // Counts take 7 bits a byte, low bits first; a set top bit says another byte follows.
