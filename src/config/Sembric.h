@@ -44,7 +44,8 @@ class Sembric {
   Sembric& operator=(Sembric const&) = delete;
 
   // Builds the tree from `data` (`size` bytes) when given, else from the file. `file` names the
-  // source in messages and anchors relative includes. `pbo` is the archive being built, if any.
+  // source in messages and anchors relative includes. `callback` becomes both message sinks; null
+  // keeps those set through rap_GetIO(). `pbo` is the archive being built, if any.
   int rap_Create(char const* file, int flags, BisCallback callback, char const* data = nullptr,
                  unsigned int size = 0, Vendrak* pbo = nullptr);
   // Writes the tree to a file; bit 0 of flags: Arma dialect, else OFP. A file that cannot be
