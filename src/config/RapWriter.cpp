@@ -182,8 +182,17 @@ void RapWriter::_enums(TokenPairs const* enums) {
   uint64_t n = enums ? enums->GetCount() : 0;
   if (n > 0xFFFFFFFFu) throw GE_CANNOT_WRITE;
   _word(static_cast<uint32_t>(n));
+  std::vector<bool> seen(_dialect == RAPW_OFP ? n : 0);
   for (TokenPair* p = enums ? enums->GetFirstPair() : nullptr; p; p = p->GetNext()) {
+    int value = p->tkn_value().str_atoi();
+    // OFP reads enumerators as ordinals: each of 0 .. count-1 exactly once.
+    if (_dialect == RAPW_OFP) {
+      if (value < 0 || static_cast<uint64_t>(value) >= n || seen[static_cast<size_t>(value)])
+        bis_throw_message("enum %s = %d: the OFP dialect holds each ordinal 0 to %llu once\n", p->name(), value,
+                          static_cast<unsigned long long>(n - 1));
+      seen[static_cast<size_t>(value)] = true;
+    }
     _asciiz(p->tkn_name().Compare("OrdinalEnum") ? "" : p->name());
-    _word(static_cast<uint32_t>(p->tkn_value().str_atoi()));
+    _word(static_cast<uint32_t>(value));
   }
 }

@@ -73,6 +73,10 @@ TEST(BinariseText, StructureEnumsAndTheDecodersOwnText) {
   for (TokenPair* p = b.s->rap_get_enums().GetFirstPair(); p; p = p->GetNext())
     enums.push_back(std::string(p->name()) + "=" + p->value());
   EXPECT_EQ(enums, (std::vector<std::string>{"a=0", "b=5", "c=6", "OrdinalEnum=-2"}));
+  // Only ordinals fit the OFP dialect.
+  Bytes ofp;
+  EXPECT_EQ(b.s->rap_Output(ofp, 0), Sembric::kDetectedError);
+  EXPECT_NE(captured().find("enum b = 5: the OFP dialect holds each ordinal 0 to 3 once"), std::string::npos);
   EXPECT_EQ(b.body(),
             "//(4 Enums)\r\nenum {\r\n\ta = 0,\r\n\tb = 5,\r\n\tc = 6,\r\n\tOrdinalEnum = -2\r\n};\r\n\r\n"
             ": Base\r\nclass Outside;\r\nclass Mine: Outside\r\n{\r\n\tclass Inner{};\r\n\tdelete Old;\r\n"
