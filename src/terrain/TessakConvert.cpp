@@ -33,6 +33,8 @@ void Tessak::_convert(int kind, uint32_t version) {
 
 void Tessak::_to_editable(int kind) {
   if (kind == _kind) return;
+  for (auto const& o : _objects)
+    if (!wrp_TemplateOf(o)) throw WRP_NO_TEMPLATE;
   if (kind == KIND_4WVR || kind == KIND_1WVR) {
     _check_one_grid(kind, false);  // before anything changes: a refused conversion keeps the terrain
     // One grid only: a coarser layer grid is spread over the map grid when it divides it evenly.
@@ -49,8 +51,6 @@ void Tessak::_to_editable(int kind) {
       wrp_SetLayerIndex(spread.data());
     }
   }
-  for (auto const& o : _objects)
-    if (!wrp_TemplateOf(o)) throw WRP_NO_TEMPLATE;
   for (Grid* g : {&_cellFlags, &_sounds, &_objectGrid, &_mapGrid}) {
     g->cs.cs_Release();
     g->stored = nullptr;

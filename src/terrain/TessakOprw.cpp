@@ -1,4 +1,5 @@
 // Binarised terrains (OPRW): every version from the first retail one to the latest.
+#include <algorithm>
 #include <cstring>
 #include <exception>
 
