@@ -83,7 +83,8 @@ void Grindel::_read_elevations(PewElevations& e) {
   e.sizeX = _io.io_ReadUlong();
   e.sizeY = _io.io_ReadUlong();
   uint64_t cells = uint64_t(e.sizeX) * e.sizeY;
-  if (cells * 4 + elevation_tail(e.sizeX) > _io.io_RemainingBytes()) throw PEW_CANNOT_DECODE;
+  uint64_t left = _io.io_RemainingBytes();
+  if (cells > left / 4 || cells * 4 + elevation_tail(e.sizeX) > left) throw PEW_CANNOT_DECODE;
   e.heights.resize(cells);
   _io.io_ReadBlock(e.heights.data(), cells * 4);
   uint8_t const* p = _io.io_GetAddressAndUpdate(elevation_tail(e.sizeX));
@@ -119,7 +120,7 @@ void Grindel::_read_layers() {
       for (std::string& s : m.names) s = read_string(_io);
     }
     uint64_t cells = uint64_t(l.sizeX) * l.sizeY;
-    if (cells * 2 > _io.io_RemainingBytes()) throw PEW_CANNOT_DECODE;
+    if (cells > _io.io_RemainingBytes() / 2) throw PEW_CANNOT_DECODE;
     l.cells.resize(cells);
     _io.io_ReadBlock(l.cells.data(), cells * 2);
   }

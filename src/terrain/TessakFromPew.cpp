@@ -21,13 +21,18 @@ int Tessak::wrp_CreateFromPew(unsigned int kind, Grindel* pew, bool (*cb)(char c
     if (!map.x || !map.y) map = lay;
     if (uint64_t(map.x) * map.y > kMaxGridCells || uint64_t(lay.x) * lay.y > kMaxGridCells || !map.x || !map.y)
       throw WRP_CANNOT_CONVERT;
+    // Lists edited in memory must still fill their grids.
+    bool heights = !e.heights.empty(), cells = layer && layer->sizeX;
+    if ((heights && e.heights.size() != uint64_t(map.x) * map.y) ||
+        (cells && layer->cells.size() != uint64_t(lay.x) * lay.y))
+      throw WRP_CANNOT_CONVERT;
     wrp_SetGrids(lay, map, pew->pew_GridSize());
 
     _io.io_callback("...Elevations\r\n");
-    if (!e.heights.empty()) wrp_SetElevations(e.heights.data());
+    if (heights) wrp_SetElevations(e.heights.data());
 
     _io.io_callback("...Textures indices\r\n");
-    if (layer && layer->sizeX) wrp_SetLayerIndex(layer->cells.data());
+    if (cells) wrp_SetLayerIndex(layer->cells.data());
 
     _io.io_callback("...Textures\r\n");
     if (layer)
