@@ -2,6 +2,7 @@
 // layer, its model names the object templates (coloured from a config), its objects the
 // instances, with ids made unique.
 #include <algorithm>
+#include <cctype>
 #include <cstdlib>
 #include <string_view>
 #include <unordered_map>
