@@ -33,9 +33,12 @@ class MappedFile {
   std::string const& mf_Path() const { return _path; }
 
   bool mf_Truncated() const { return _truncated.load(std::memory_order_acquire) != 0; }
+  // Also asks the file system: bytes of the last page past a new end read as zeros without any
+  // fault, so a reader that found nonsense there learns the reason here.
+  bool mf_Shrunk();
   void mf_NoteFault() { _truncated.store(1, std::memory_order_release); }
 
-  // Tells the kernel that [offset, offset + n) will be read soon and in order.
+  // Tells the kernel that [offset, offset + n) will be read soon: its pages are mapped in at once.
   void mf_WillRead(uint64_t offset, uint64_t n) const;
 
  private:

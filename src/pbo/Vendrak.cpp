@@ -143,6 +143,7 @@ void Vendrak::ClosePbo() {
   _impl->io.io_CloseInput();
   _impl->map.mf_Close();
   _impl->sha_pending = false;
+  _impl->shrink_reported = false;
   _impl->kind = 0;
   _impl->strange = 0;
   _impl->data_start = _impl->data_end = 0;
@@ -244,8 +245,10 @@ void Vendrak::_report_bad_sha() {
 
 int Vendrak::_check_shrunk() {
   Impl& s = *_impl;
-  if (!s.map.mf_Truncated()) return 0;
-  s.io.io_callbackerr("%s: the archive shrank while it was being read\r\n", s.archive_name.c_str());
+  if (!s.map.mf_Shrunk()) return 0;
+  if (!s.shrink_reported)
+    s.io.io_callbackerr("%s: the archive shrank while it was being read\r\n", s.archive_name.c_str());
+  s.shrink_reported = true;
   return GE_EOF;
 }
 

@@ -1,6 +1,7 @@
 // Extraction and listing of an opened archive.
 #include <fcntl.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -94,7 +95,10 @@ int Vendrak::pbo_Extract(char const* name, BisCallback callback, int flags, char
       }
     } catch (...) {
       digest.pd_Finish(s.sha_computed);  // the hashing thread reads the mapping about to go
+      // Whatever failed on the way, an archive that lost its bytes says so.
+      int t = _check_shrunk();
       ClosePbo();
+      if (t) return t;
       throw;
     }
     ClosePbo();
@@ -167,6 +171,8 @@ int Vendrak::_extract_step(unsigned flags, char const* files, char const* destin
   // unless their data has to pass through the entry (decoded configs, data kept in memory).
   bool direct = s.map.mf_IsOpen() && !(flags & (EXTRACT_DECODE_CONFIGS | EXTRACT_KEEP_DATA));
   std::unique_ptr<PboWriterPool> pool;
+  static constexpr uint64_t kPopulateStep = 32u << 20;
+  uint64_t populated = s.data_start;
   std::vector<std::string> parts;
   for (pbo_entry* e = pbo_GetFirstEntry(); e; e = e->GetNext()) {
     char const* name = e->pbe_GetFilename();
@@ -187,9 +193,18 @@ int Vendrak::_extract_step(unsigned flags, char const* files, char const* destin
       refused = true;
       continue;
     }
+    if (direct) {
+      // The pages of the next stretch of the data block are mapped in ahead of the writes.
+      uint64_t begin = s.data_start + e->pbe_GetDataOffset(), end = begin + e->pbe_GetStoredDataSize();
+      if (end > populated) {
+        uint64_t from = std::max(begin, populated);
+        s.map.mf_WillRead(from, end - from + kPopulateStep);
+        populated = end + kPopulateStep;
+      }
+    }
     int r = direct && !e->pbe_HasData() ? _put_entry(e, flags, output.c_str(), parts, out, pool) : _write_entry(e, flags, output.c_str(), out);
     if (!r && pool) r = _collect(*pool, false, refused, kept_other);
-    if (!r) r = _check_shrunk();
+    if (int t = _check_shrunk()) r = t;
     if (r == PBO_NAME_ESCAPES || r == PBO_WOULD_OVERWRITE) {
       (r == PBO_NAME_ESCAPES ? refused : kept_other) = true;
       r = 0;
@@ -198,8 +213,9 @@ int Vendrak::_extract_step(unsigned flags, char const* files, char const* destin
     ++extracted;
   }
   if (pool) {
-    if (int r = _collect(*pool, true, refused, kept_other)) return r;
-    if (int r = _check_shrunk()) return r;
+    int r = _collect(*pool, true, refused, kept_other);
+    if (int t = _check_shrunk()) r = t;
+    if (r) return r;
     pool.reset();
   }
   // The closing call says how many bytes of the data block the chosen entries held.

@@ -39,6 +39,7 @@ struct Vendrak::Impl {
   // digest and leaves the hashing pending.
   bool defer_sha = false;
   bool sha_pending = false;
+  bool shrink_reported = false;
 };
 
 // Every exported method runs its worker here: codes become results, a message goes to the error
