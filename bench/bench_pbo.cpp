@@ -213,7 +213,8 @@ Archive make_from_tree(std::string const& path, fs::path const& folder) {
 Archive make_packed(std::string const& path, std::string const& source, uint64_t total) {
   std::vector<Entry> entries;
   for (uint64_t i = 0; i * (256u << 10) < total; ++i)
-    entries.push_back({"data\\folder" + std::to_string(i % 8) + "\\file" + std::to_string(i) + ".sqf", 256u << 10, 0});
+    entries.push_back(
+        {"data\\folder" + std::to_string(i % 8) + "\\file" + std::to_string(i) + ".sqf", 256u << 10, 0});
   return ArchiveWriter(path, entries, true).write(
       [&](size_t i) {
         std::mt19937 r(static_cast<unsigned>(i));
@@ -228,7 +229,9 @@ struct Scratch {
   bool keep = std::getenv("VENDRAK_BENCH_KEEP") != nullptr;
   Scratch() {
     char const* dir = std::getenv("VENDRAK_BENCH_DIR");
-    fs::path base = dir ? fs::path(dir) : fs::is_directory("/dev/shm") ? fs::path("/dev/shm") : fs::temp_directory_path();
+    fs::path base = dir                              ? fs::path(dir)
+                    : fs::is_directory("/dev/shm") ? fs::path("/dev/shm")
+                                                   : fs::temp_directory_path();
     std::string t = (base / "vendrak-bench-XXXXXX").string();
     root = ::mkdtemp(t.data());
     char const* tree = std::getenv("VENDRAK_BENCH_TREE");
@@ -365,8 +368,8 @@ void BM_List200MB(benchmark::State& state) {
   uint64_t base = anon_rss(), peak = 0;
   for (auto _ : state) {
     PeakSampler sampler;
-    int r = tool->pbo_Extract(scratch().mid.path.c_str(), silent, Vendrak::EXTRACT_LIST_ONLY | Vendrak::EXTRACT_QUIET,
-                              nullptr, nullptr);
+    int flags = Vendrak::EXTRACT_LIST_ONLY | Vendrak::EXTRACT_QUIET;
+    int r = tool->pbo_Extract(scratch().mid.path.c_str(), silent, flags, nullptr, nullptr);
     peak = std::max(peak, sampler.stop());
     if (r) state.SkipWithError("listing failed");
   }

@@ -180,7 +180,8 @@ bool same_content(int dir_fd, char const* leaf, uint64_t file_size, uint8_t cons
   std::unique_ptr<uint8_t[]> buf(new uint8_t[kChunk]);
   bool same = true;
   for (uint64_t at = 0; same && at < size;) {
-    ssize_t n = ::pread(fd, buf.get(), static_cast<size_t>(std::min<uint64_t>(kChunk, size - at)), static_cast<off_t>(at));
+    size_t want = static_cast<size_t>(std::min<uint64_t>(kChunk, size - at));
+    ssize_t n = ::pread(fd, buf.get(), want, static_cast<off_t>(at));
     if (n < 0 && errno == EINTR) continue;
     same = n > 0 && std::memcmp(buf.get(), data + at, static_cast<size_t>(n)) == 0;
     at += n > 0 ? static_cast<uint64_t>(n) : 0;

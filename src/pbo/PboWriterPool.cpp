@@ -32,7 +32,8 @@ unsigned PboWriterPool::pwp_DefaultHelpers() {
   return std::clamp(cores, 2u, 4u) - 1;
 }
 
-PboWriterPool::Outcome PboWriterPool::pwp_Run(Job const& job, CompressionEngine& engine, std::vector<uint8_t>& buffer) {
+PboWriterPool::Outcome PboWriterPool::pwp_Run(Job const& job, CompressionEngine& engine,
+                                              std::vector<uint8_t>& buffer) {
   Outcome o;
   o.name = job.name;
   if (buffer.size() < job.original_size) buffer.resize(job.original_size);

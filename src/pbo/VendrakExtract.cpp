@@ -202,12 +202,13 @@ int Vendrak::_extract_step(unsigned flags, char const* files, char const* destin
         populated = end + kPopulateStep;
       }
     }
-    int r = direct && !e->pbe_HasData() ? _put_entry(e, flags, output.c_str(), parts, out, pool) : _write_entry(e, flags, output.c_str(), out);
+    int r = direct && !e->pbe_HasData() ? _put_entry(e, flags, output.c_str(), parts, out, pool)
+                                        : _write_entry(e, flags, output.c_str(), out);
     if (!r && pool) r = _collect(*pool, false, refused, kept_other);
     if (int t = _check_shrunk()) r = t;
-    if (r == PBO_NAME_ESCAPES || r == PBO_WOULD_OVERWRITE) {
+    if (r == PBO_NAME_ESCAPES || r == PBO_WOULD_OVERWRITE) {  // named already; the others go on
       (r == PBO_NAME_ESCAPES ? refused : kept_other) = true;
-      r = 0;
+      continue;
     }
     if (r) return r;
     ++extracted;
@@ -289,7 +290,8 @@ int Vendrak::_put_entry(pbo_entry* entry, unsigned flags, char const* output, st
   uint64_t stored = entry->_stored_size;
 
   int dir_fd = -1;
-  if (int r = out.pof_Folder(parts, dir_fd)) return _put_outcome(entry->pbe_GetFilename(), output, r, out.pof_LastErrno(), false);
+  if (int r = out.pof_Folder(parts, dir_fd))
+    return _put_outcome(entry->pbe_GetFilename(), output, r, out.pof_LastErrno(), false);
   time_t stamp = entry->pbe_GetTimeStamp() ? static_cast<time_t>(entry->pbe_GetTimeStamp()) : s.file_date;
   bool force = flags & EXTRACT_FORCE;
   if (!packed || !entry->pbe_iscompressed()) {

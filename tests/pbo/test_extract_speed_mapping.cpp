@@ -77,7 +77,8 @@ TEST(MappedArchive, ShrinkingWhileExtractingGivesAResultCode) {
     clear_captured();
     tool->pbo_GetIO()->io_SetErrCallBack(capture_err);
     tool->pbo_SetProgressHook(Shrink::hook, nullptr);
-    int r = tool->pbo_Extract(Shrink::path.c_str(), capture, c.flags < 0 ? 0 : c.flags, nullptr, (dir / "out").c_str());
+    int flags = c.flags < 0 ? 0 : c.flags;
+    int r = tool->pbo_Extract(Shrink::path.c_str(), capture, flags, nullptr, (dir / "out").c_str());
     EXPECT_EQ(r, 1) << errors();
     EXPECT_NE(errors().find("arc.pbo: the archive shrank while it was being read\r\n"), std::string::npos) << errors();
     for (auto& e : fs::recursive_directory_iterator(dir.path))

@@ -79,7 +79,8 @@ TEST_F(WriteFixture, ExistingFilesAreKeptRefusedOrReplaced) {
 
 TEST_F(WriteFixture, AFailedWriteLeavesNeitherAPartialFileNorATemporary) {
   // A file-size limit makes the write of the big entry fail part-way.
-  write_file(archive, Builder().file("small.txt", "s").file("big.bin", std::string(200000, 'b')).file("after.txt", "a").build());
+  Builder b = Builder().file("small.txt", "s").file("big.bin", std::string(200000, 'b')).file("after.txt", "a");
+  write_file(archive, b.build());
   struct rlimit old;
   ::getrlimit(RLIMIT_FSIZE, &old);
   auto previous = ::signal(SIGXFSZ, SIG_IGN);
