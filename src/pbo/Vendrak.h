@@ -2,6 +2,8 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "core/BisCallback.h"
 #include "pbo/PboErrors.h"
@@ -10,7 +12,9 @@
 
 class BisDLL;
 class BisFileIO;
+class PboDigest;
 class PboOutputFolder;
+class PboWriterPool;
 class GenString;
 class TokenPair;
 
@@ -45,6 +49,8 @@ class Vendrak : public Chains {
   static constexpr int EXTRACT_WARNINGS_ARE_ERRORS = 32;
   static constexpr int EXTRACT_NO_TABS = 64;
   static constexpr int EXTRACT_KEEP_DATA = 128;
+  // Replace existing files whose content differs (otherwise each is refused with 53).
+  static constexpr int EXTRACT_FORCE = 256;
 
   explicit Vendrak(BisDLL* dll);
   ~Vendrak() override;
@@ -104,6 +110,9 @@ class Vendrak : public Chains {
   int _read_properties();
   int _check_trailer(uint64_t data_end, int flags);
   void _compute_sha(uint64_t data_end);
+  void _report_bad_sha();
+  int _check_shrunk();
+  int _finish_pending_sha(PboDigest& digest);
   void _build_kind_report();
   int _content_class() const;
   void _read_entry(pbo_entry* entry, unsigned flags, bool decode);
@@ -113,6 +122,10 @@ class Vendrak : public Chains {
                      GenString& message);
   int _extract_step(unsigned flags, char const* files, char const* destination);
   int _write_entry(pbo_entry* entry, unsigned flags, char const* output_name, PboOutputFolder& out);
+  int _put_entry(pbo_entry* entry, unsigned flags, char const* output, std::vector<std::string> const& parts,
+                 PboOutputFolder& out, std::unique_ptr<PboWriterPool>& pool);
+  int _put_outcome(char const* name, char const* output, int result, int error, bool fault);
+  int _collect(PboWriterPool& pool, bool wait, bool& refused, bool& kept_other);
   int _write_prefix_file(unsigned flags, PboOutputFolder& out);
   void _list(unsigned flags);
 };
