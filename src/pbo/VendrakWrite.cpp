@@ -51,6 +51,9 @@ int Vendrak::pbo_Create(char const* name, int mode, char const* prefix, BisCallb
     s.callback = callback;
     s.io.io_SetStdioCallBack(callback);
     if (!name || !*name) return 0;
+    // A new archive starts without entries; the properties set beforehand are its own.
+    DeleteAllChain();
+    m.sources.clear();
     if (prefix && *prefix) pbo_SetPrefix(prefix);
     FileStringA n(name);
     if (pbo_HasPboExt(name)) n.fs_RemoveExt();
