@@ -6,7 +6,9 @@
 #include <vector>
 
 // Each command file registers itself; main() adds every registered command to the application.
-// A command's run function returns the library's result code, which becomes the exit status.
+// A name of two words ("cfg decode") adds a subcommand to the group named by the first word, so a
+// group's commands may live in several files. A command's run function returns the library's
+// result code, which becomes the exit status.
 struct CommandEntry {
   std::string name;
   std::string summary;

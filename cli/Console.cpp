@@ -72,3 +72,11 @@ void ProgressBar::finish() {
   if (_drawn) std::fprintf(stderr, "\r%*s\r", 79, "");
   _drawn = false;
 }
+
+void ProgressBar::complete() {
+  if (!_enabled) return;
+  _last_percent = -1;
+  update(1, 1, "done");
+  std::fputc('\n', stderr);
+  _drawn = false;
+}

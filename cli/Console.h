@@ -16,6 +16,8 @@ class ProgressBar {
   ~ProgressBar();
   void update(uint64_t done, uint64_t total, char const* label);
   void finish();
+  // Draws the bar full and leaves it on its own line, for the summary that follows.
+  void complete();
 
  private:
   bool _enabled;

@@ -1,19 +1,27 @@
-// vendrak cfg decode FILE [-o OUT] [--no-tabs] [--xbox-key HEX]
-#include <cstdio>
-#include <memory>
-#include <string>
+// vendrak cfg decode FILE [-o OUT] [-f] [--no-tabs] [--no-banner] [--xbox-key HEX]
+#include <sys/stat.h>
 
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "CliSupport.h"
 #include "Command.h"
 #include "Console.h"
 #include "config/Kaltor.h"
 #include "core/BisDLL.h"
+#include "core/Generic_Errors.h"
+#include "io/BisFileIO.h"
 
 namespace {
 struct DecodeOptions {
   std::string file;
   std::string out;
   std::string key_hex;
-  bool no_tabs = false;
+  bool no_tabs = false, no_banner = false, force = false;
 };
 
 int hex_digit(char c) {
@@ -34,7 +42,42 @@ bool parse_key(std::string const& hex, unsigned char (&key)[Kaltor::kXboxKeySize
   return true;
 }
 
+// The banner names the file and the time of decoding; without it two decodes of one file compare
+// equal. It is the block between the first two rows of slashes, with the blank line after it.
+std::string_view without_banner(std::string_view text) {
+  if (text.rfind("////", 0) != 0) return text;
+  size_t first = text.find('\n');
+  if (first == std::string_view::npos) return text;
+  size_t close = text.find("\n////", first);
+  if (close == std::string_view::npos) return text;
+  size_t end = text.find('\n', close + 1);
+  if (end == std::string_view::npos) return text;
+  end += 1;
+  if (text.compare(end, 2, "\r\n") == 0) end += 2;
+  else if (text.compare(end, 1, "\n") == 0) end += 1;
+  return text.substr(end);
+}
+
+// Config text on a terminal or a pipe ends its lines with LF; a file keeps the CR LF of the format.
+bool write_lf(std::string_view text, FILE* f) {
+  size_t start = 0;
+  for (size_t i = 0; i + 1 < text.size(); ++i) {
+    if (text[i] == '\r' && text[i + 1] == '\n') {
+      if (std::fwrite(text.data() + start, 1, i - start, f) != i - start) return false;
+      start = i + 1;
+    }
+  }
+  return std::fwrite(text.data() + start, 1, text.size() - start, f) == text.size() - start;
+}
+
+std::string not_raP_reason(int r) {
+  if (r == 100 || r == 3) return "not a binarised config";
+  return {};
+}
+
 int run_decode(DecodeOptions const& o) {
+  std::vector<unsigned char> bytes;
+  if (cli_read_input(o.file, bytes)) return GE_EOF;  // the decoder's code for a file it cannot open
   BisDLL dll;
   Kaltor* k = dll.dll_GetKaltor();
   // The text may go to standard output, so every message of the decoder goes to standard error.
@@ -46,42 +89,98 @@ int run_decode(DecodeOptions const& o) {
     parse_key(o.key_hex, key);  // already validated by the option
     k->drp_SetXboxKey(key);
   }
+  std::string name = o.file == "-" ? std::string("(standard input)") : o.file;
   char const* text = nullptr;
-  int r = k->drp_Decode(o.file.c_str(), &text);
+  int r = k->drp_Decode(bytes.data(), static_cast<unsigned long>(bytes.size()), &text, name.c_str(), -1);
+  std::string_view body(text ? text : "", text ? k->drp_GetTextSize() : 0);
+  if (o.no_banner) body = without_banner(body);
   // A broken file still yields the text up to the fault (ending in a "//" error line): written
   // out, it shows where decoding stopped.
-  if (k->drp_GetTextSize()) {
-    if (!o.out.empty()) {
-      if (!k->drp_WriteDecodedText(o.out.c_str(), 0)) {
-        std::fprintf(stderr, "%s: %s\n", o.out.c_str(), Kaltor::ErrorString(6));
-        if (!r) r = 6;
+  int w = 0;
+  if (!body.empty()) {
+    if (!o.out.empty() && o.out != "-") {
+      OutputFile out(o.out, o.force);
+      w = out.open();
+      if (!w) {
+        FILE* f = std::fopen(out.path(), "wb");
+        bool ok = f && std::fwrite(body.data(), 1, body.size(), f) == body.size();
+        if (f && std::fclose(f) != 0) ok = false;
+        if (!ok) {
+          cli_error(o.out, std::strerror(errno));
+          w = 6;
+        } else if (r == 0) {
+          w = out.commit();  // a failed decode never replaces the user's file
+        }
       }
-    } else if (std::fwrite(text, 1, k->drp_GetTextSize(), stdout) != k->drp_GetTextSize() ||
-               std::fflush(stdout) != 0) {
-      if (!r) r = 6;
+    } else if (!write_lf(body, stdout) || std::fflush(stdout) != 0) {
+      cli_error("(standard output)", std::strerror(errno));
+      w = 6;
     }
   }
-  if (r) std::fprintf(stderr, "%s: %s\n", o.file.c_str(), Kaltor::ErrorString(r));
+  if (r) {
+    std::string reason = not_raP_reason(r);
+    cli_error(name, (reason.empty() ? "" : reason + ": ") + Kaltor::ErrorString(r) + " (" + std::to_string(r) + ")");
+    return r;
+  }
+  return w;
+}
+
+int run_config_info(std::string const& path, bool json) {
+  std::vector<unsigned char> bytes;
+  if (int r = cli_read_input(path, bytes)) return r;
+  BisDLL dll;
+  Kaltor* k = dll.dll_GetKaltor();
+  k->drp_GetIO()->io_SetStdioCallBack(cli_print_stderr);
+  k->drp_GetIO()->io_SetErrCallBack(cli_print_stderr);
+  char const* text = nullptr;
+  int r = k->drp_Decode(bytes.data(), static_cast<unsigned long>(bytes.size()), &text, path.c_str(), -1);
+  static char const* const dialects[] = {"OFP", "Arma", "Xbox (signed)"};
+  int d = static_cast<int>(k->drp_GetDialect());
+  char const* dialect = d >= 0 && d < 3 ? dialects[d] : "unknown";
+  if (r == 0) {
+    if (json) {
+      nlohmann::ordered_json j;
+      j["path"] = path;
+      j["kind"] = "binarised config";
+      j["dialect"] = dialect;
+      j["size"] = bytes.size();
+      j["text_size"] = k->drp_GetTextSize();
+      std::printf("%s\n", j.dump(2).c_str());
+    } else {
+      std::printf("%s: binarised config, %s dialect, %zu bytes (%llu bytes of text)\n", path.c_str(), dialect,
+                  bytes.size(), static_cast<unsigned long long>(k->drp_GetTextSize()));
+    }
+    return 0;
+  }
+  cli_error(path, std::string(Kaltor::ErrorString(r)) + " (" + std::to_string(r) + ")");
   return r;
 }
 
-CommandRegistrar cfg_command({"cfg", "Binarised configs (raP)", [](CLI::App& cfg) -> std::function<int()> {
-  cfg.require_subcommand(1);
+bool looks_like_rap(unsigned char const* head, size_t n, std::string const&) {
+  return n >= 4 && BisFileIO::io_BufIsRaPified(head) >= 0;
+}
+
+InfoRegistrar rap_info({"binarised config", looks_like_rap, run_config_info});
+
+CommandRegistrar decode_command({"cfg decode", "Decode a binarised config of any dialect to config text",
+                                 [](CLI::App& decode) -> std::function<int()> {
   auto o = std::make_shared<DecodeOptions>();
-  CLI::App* decode = cfg.add_subcommand("decode", "Decode a binarised config of any dialect to config text");
-  decode->add_option("FILE", o->file, "The binarised config (config.bin, mission.sqm, ...)")->required();
-  decode->add_option("-o,--output", o->out, "Write the text to this file instead of standard output");
-  decode->add_flag("--no-tabs", o->no_tabs, "Indent with spaces instead of tabs");
+  decode.add_option("FILE", o->file, "The binarised config (config.bin, mission.sqm, ...); - reads standard input")
+      ->required();
+  decode.add_option("-o,--output", o->out, "Write the text to this file (- or none: standard output)");
+  decode.add_flag("-f,--force", o->force, "Replace an existing output file that differs");
+  decode.add_flag("--no-tabs", o->no_tabs, "Indent with spaces instead of tabs");
+  decode.add_flag("--no-banner", o->no_banner, "Leave out the banner comment (its time stamp differs per run)");
   decode
-      ->add_option("--xbox-key", o->key_hex,
-                   "The 16-byte signing key of Xbox configs as 32 hex digits; without it their "
-                   "signature is not verified")
+      .add_option("--xbox-key", o->key_hex,
+                  "The 16-byte signing key of Xbox configs as 32 hex digits; without it their "
+                  "signature is not verified")
       ->check(CLI::Validator(
           [](std::string& s) {
             unsigned char key[Kaltor::kXboxKeySize];
             return parse_key(s, key) ? std::string() : std::string("expected 32 hex digits");
           },
           "HEX"));
-  return [o, decode]() -> int { return decode->parsed() ? run_decode(*o) : 0; };
+  return [o]() -> int { return run_decode(*o); };
 }});
 }  // namespace

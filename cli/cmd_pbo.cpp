@@ -1,39 +1,43 @@
-// Archive commands: info, list, extract.
+// Archive commands: info (through `vendrak info`), list, extract, cat.
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
 #include <cstdarg>
 #include <cstdio>
+#include <cstring>
+#include <ctime>
+#include <nlohmann/json.hpp>
 #include <string>
 
+#include "CliSupport.h"
+#include "PboCommon.h"
 #include "Command.h"
 #include "Console.h"
-#include "core/BisMessage.h"
 #include "core/BisDLL.h"
+#include "core/BisMessage.h"
 #include "io/BisFileIO.h"
 #include "pbo/Vendrak.h"
+#include "text/BisTokens.h"
+#include "text/FileStringA.h"
+#include "text/TokenPairs.h"
 
 namespace {
-// Messages to standard output, errors and warnings to standard error; a failing result is named.
-Vendrak* archive_tool(BisDLL& dll, BisCallback errors = cli_print_stderr) {
-  Vendrak* tool = dll.dll_GetVendrak();
-  tool->pbo_GetIO()->io_SetErrCallBack(errors);
-  return tool;
+using ojson = nlohmann::ordered_json;
+
+bool exists(std::string const& path) {
+  struct stat st {};
+  return ::stat(path.c_str(), &st) == 0;
 }
 
-int finish(int result, char const* archive) {
-  if (result != 0) cli_print_stderr("vendrak: %s: %s (%d)\n", archive, Vendrak::ErrorString(result), result);
-  return result;
+std::string archive_file(std::string const& path) {
+  if (exists(path)) return path;
+  for (char const* ext : {".pbo", ".ifa", ".xbo"})
+    if (exists(path + ext)) return path + ext;
+  return path;
 }
 
-// While the bar is drawn on a terminal that also shows standard output, the bar names each entry
-// and the per-entry lines are held back; every other message first clears the bar's line.
-struct BarState {
-  ProgressBar* bar = nullptr;
-  bool hide_entry_lines = false;
-  bool in_entry = false;
-};
-BarState g_bar;
+}  // namespace
 
 // Messages that are not shown still let Escape cancel, but the console is polled at most ten times a
 // second: each poll waits a moment for a key, and an archive of thousands of entries sends thousands
@@ -47,105 +51,211 @@ bool hidden_message(char const*, ...) {
   return cli_print_nothing("");
 }
 
-bool print_beside_bar(char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  std::string text = bis_vformat(format, ap);
-  va_end(ap);
-  if (g_bar.in_entry) {
-    if (text.find('\n') != std::string::npos) g_bar.in_entry = false;
-    return hidden_message("");
-  }
-  if (g_bar.bar) g_bar.bar->finish();
-  return cli_print_stdout("%s", text.c_str());
+// The archive may be named without its .pbo, .ifa or .xbo extension, as the library allows; a name
+// that matches nothing is reported with the system's reason.
+int check_archive(std::string const& path) {
+  if (exists(path)) return cli_check_input(path);
+  for (char const* ext : {".pbo", ".ifa", ".xbo"})
+    if (exists(path + ext)) return cli_check_input(path + ext);
+  return cli_check_input(path);
 }
 
-bool errors_beside_bar(char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  std::string text = bis_vformat(format, ap);
-  va_end(ap);
-  if (g_bar.bar) g_bar.bar->finish();
-  return cli_print_stderr("%s", text.c_str());
-}
-
-void progress_hook(void* context, uint64_t done, uint64_t total, char const* entry) {
-  auto* bar = static_cast<ProgressBar*>(context);
-  if (entry && *entry) {
-    bar->update(done, total, entry);
-    g_bar.in_entry = g_bar.hide_entry_lines;
+// The result code names what went wrong in the user's words: the kind that was expected, or where
+// a short file ends.
+int finish_archive(int result, std::string const& archive) {
+  if (result == 0) return 0;
+  std::string reason;
+  struct stat st {};
+  std::string file = archive_file(archive);
+  if (result == 3 && ::stat(file.c_str(), &st) == 0) {
+    reason = std::string("not a PBO archive: ") + Vendrak::ErrorString(result);
+  } else if (result == 1 && ::stat(file.c_str(), &st) == 0) {
+    reason = "truncated: the file ends at byte " + std::to_string(st.st_size) + ", before the data its header lists";
   } else {
-    bar->finish();
+    reason = Vendrak::ErrorString(result);
+  }
+  cli_error(archive, reason + " (" + std::to_string(result) + ")");
+  return result;
+}
+
+namespace {
+Vendrak* archive_tool(BisDLL& dll, BisCallback errors = cli_print_stderr) {
+  Vendrak* tool = dll.dll_GetVendrak();
+  tool->pbo_GetIO()->io_SetErrCallBack(errors);
+  return tool;
+}
+
+
+std::string hex(uint8_t const* bytes, size_t n) {
+  static char const digits[] = "0123456789ABCDEF";
+  std::string s;
+  for (size_t i = 0; bytes && i < n; ++i) {
+    s += digits[bytes[i] >> 4];
+    s += digits[bytes[i] & 15];
+  }
+  return s;
+}
+
+std::string kind_text(Vendrak const& tool) {
+  char const* report = tool.pbo_GetReport();
+  char const* at = report ? std::strstr(report, "//Pbo Type is: ") : nullptr;
+  if (!at) return {};
+  at += std::strlen("//Pbo Type is: ");
+  return std::string(at, at + std::strcspn(at, "\r\n"));
+}
+
+std::string method_name(pbo_entry const& e) {
+  switch (e.pbe_GetPackingMethod()) {
+    case pbo_entry::kStored: return e.pbe_iscompressed() ? "compressed" : "stored";
+    case pbo_entry::kCompressed: return "compressed";
+    case pbo_entry::kProperties: return "properties";
+    default: {
+      char word[16];
+      std::snprintf(word, sizeof word, "0x%08X", e.pbe_GetPackingMethod());
+      return word;
+    }
   }
 }
 
-CommandRegistrar info_command({"info", "Open an archive and print its properties report",
-                               [](CLI::App& sub) {
-                                 auto archive = std::make_shared<std::string>();
-                                 sub.add_option("ARCHIVE", *archive, "The archive (.pbo, .ifa or .xbo)")->required();
-                                 return std::function<int()>([archive] {
-                                   BisDLL dll;
-                                   Vendrak* tool = archive_tool(dll);
-                                   int r = tool->pbo_Open(archive->c_str(), cli_print_stdout, 0);
-                                   if (r == 0 || r == PBO_CORRUPTED_SHA) tool->pbo_ReportStrangeValues();
-                                   tool->ClosePbo();
-                                   return finish(r, archive->c_str());
-                                 });
-                               }});
+// One object for scripts: what `info` reports and what `list` lists.
+ojson archive_json(Vendrak& tool, std::string const& path, int result) {
+  ojson j;
+  j["path"] = path;
+  j["kind"] = kind_text(tool);
+  j["type"] = tool.pbo_GetType();
+  j["prefix"] = tool.pbo_GetPrefix() ? tool.pbo_GetPrefix() : "";
+  ojson props = ojson::object();
+  for (TokenPair* p = tool.pbo_GetProperties(); p; p = p->GetNext()) props[p->name()] = p->value();
+  j["properties"] = props;
+  ojson sha;
+  bool has_trailer = tool.pbo_GetStoredSha() != nullptr;
+  sha["stored"] = has_trailer ? ojson(hex(tool.pbo_GetStoredSha(), 20)) : ojson(nullptr);
+  sha["computed"] = tool.pbo_GetComputedSha() ? ojson(hex(tool.pbo_GetComputedSha(), 20)) : ojson(nullptr);
+  sha["ok"] = result != PBO_CORRUPTED_SHA;
+  j["sha"] = sha;
+  ojson entries = ojson::array();
+  for (pbo_entry* e = tool.pbo_GetFirstEntry(); e; e = e->GetNext()) {
+    ojson x;
+    x["name"] = e->pbe_GetFilename();
+    x["size"] = e->pbe_iscompressed() ? e->pbe_GetOriginalSize() : e->pbe_GetStoredDataSize();
+    x["packed_size"] = e->pbe_GetStoredDataSize();
+    x["method"] = method_name(*e);
+    x["time"] = e->pbe_GetTimeStamp();
+    entries.push_back(x);
+  }
+  j["entries"] = entries;
+  return j;
+}
 
-CommandRegistrar list_command({"list", "List the files of an archive",
-                               [](CLI::App& sub) {
-                                 auto archive = std::make_shared<std::string>();
-                                 auto names = std::make_shared<bool>(false);
-                                 sub.add_flag("--names", *names, "Print the entry names only");
-                                 sub.add_option("ARCHIVE", *archive, "The archive (.pbo, .ifa or .xbo)")->required();
-                                 return std::function<int()>([archive, names] {
-                                   BisDLL dll;
-                                   Vendrak* tool = archive_tool(dll);
-                                   int flags = Vendrak::EXTRACT_LIST_ONLY | (*names ? Vendrak::EXTRACT_QUIET : 0);
-                                   int r = tool->pbo_Extract(archive->c_str(), cli_print_stdout, flags, nullptr, nullptr);
-                                   return finish(r, archive->c_str());
-                                 });
-                               }});
+// The entry line of a listing: name, time stamp as ctime() writes it, size (and packed size).
+void print_entry_line(pbo_entry const& e) {
+  time_t t = static_cast<time_t>(e.pbe_GetTimeStamp());
+  char when[64] = "";
+  if (!ctime_r(&t, when)) when[0] = 0;
+  when[std::strcspn(when, "\n")] = 0;
+  if (e.pbe_iscompressed())
+    std::printf("%s:%s: size %llu (compressed or encrypted size=%llu)\n", e.pbe_GetFilename(), when,
+                static_cast<unsigned long long>(e.pbe_GetOriginalSize()),
+                static_cast<unsigned long long>(e.pbe_GetStoredDataSize()));
+  else
+    std::printf("%s:%s: size %llu\n", e.pbe_GetFilename(), when,
+                static_cast<unsigned long long>(e.pbe_GetStoredDataSize()));
+}
 
-struct ExtractOptions {
-  std::string archive, destination, files;
-  bool decode = false, quiet = false, strict = false, no_tabs = false, sha_message = false;
-};
+int run_info(std::string const& archive, bool json) {
+  if (int r = check_archive(archive)) return r;
+  BisDLL dll;
+  Vendrak* tool = archive_tool(dll);
+  // A bad SHA-1 still opens: the report is shown and the code is 19.
+  int r = tool->pbo_Open(archive.c_str(), json ? hidden_message : cli_print_stdout, 0);
+  if (r == 0 || r == PBO_CORRUPTED_SHA) {
+    if (json)
+      std::printf("%s\n", archive_json(*tool, archive, r).dump(2).c_str());
+    else
+      tool->pbo_ReportStrangeValues();
+  }
+  tool->ClosePbo();
+  return finish_archive(r, archive);
+}
 
-CommandRegistrar extract_command(
-    {"extract", "Unpack an archive into a folder",
-     [](CLI::App& sub) {
-       auto o = std::make_shared<ExtractOptions>();
-       sub.add_option("--files", o->files, "Comma-separated entry names or wildcard patterns to extract");
-       sub.add_flag("--decode-configs", o->decode, "Write binarised configs as text (config.bin becomes config.cpp)");
-       sub.add_flag("--quiet", o->quiet, "No properties report, prefix-file messages or progress");
-       sub.add_flag("--warnings-as-errors", o->strict, "Fail on warnings (bad SHA, residual bytes, nothing extracted)");
-       sub.add_flag("--no-tabs", o->no_tabs, "Indent decoded configs with spaces instead of tabs");
-       sub.add_flag("--sha-message", o->sha_message, "Say when the SHA-1 trailer is being verified");
-       sub.add_option("ARCHIVE", o->archive, "The archive (.pbo, .ifa or .xbo)")->required();
-       sub.add_option("DEST", o->destination,
-                      "Destination folder (the archive's prefix or name is created below it); "
-                      "default: beside the archive, named after it");
-       return std::function<int()>([o] {
-         BisDLL dll;
-         int flags = (o->decode ? Vendrak::EXTRACT_DECODE_CONFIGS : 0) | (o->quiet ? Vendrak::EXTRACT_QUIET : 0) |
-                     (o->sha_message ? Vendrak::EXTRACT_SHA_MESSAGE : 0) |
-                     (o->strict ? Vendrak::EXTRACT_WARNINGS_ARE_ERRORS : 0) |
-                     (o->no_tabs ? Vendrak::EXTRACT_NO_TABS : 0);
-         ProgressBar bar(!o->quiet && isatty(STDERR_FILENO));
-         bool bar_shown = !o->quiet && isatty(STDERR_FILENO);
-         g_bar = BarState{bar_shown ? &bar : nullptr, bar_shown && isatty(STDOUT_FILENO), false};
-         Vendrak* tool = archive_tool(dll, bar_shown ? errors_beside_bar : cli_print_stderr);
-         if (bar_shown) tool->pbo_SetProgressHook(progress_hook, &bar);
-         // Quiet also silences the per-entry lines; errors and warnings still reach standard error.
-         BisCallback messages = o->quiet ? hidden_message : bar_shown ? print_beside_bar : cli_print_stdout;
-         int r = tool->pbo_Extract(o->archive.c_str(), messages, flags, o->files.empty() ? nullptr : o->files.c_str(),
-                                   o->destination.empty() ? nullptr : o->destination.c_str());
-         tool->pbo_SetProgressHook(nullptr, nullptr);
-         bar.finish();
-         g_bar = BarState{};
-         return finish(r, o->archive.c_str());
-       });
-     }});
+bool looks_like_pbo(unsigned char const* head, size_t n, std::string const&) {
+  // An archive with a properties header starts with an empty name and the "Vers" method word.
+  return n >= 5 && head[0] == 0 && std::memcmp(head + 1, "sreV", 4) == 0;
+}
+
+bool named_like_pbo(unsigned char const*, size_t, std::string const& path) {
+  return Vendrak::pbo_HasPboExt(path.c_str()) != 0;
+}
+
+InfoRegistrar pbo_info({"PBO archive", looks_like_pbo, run_info});
+InfoRegistrar pbo_info_by_name({"PBO archive", named_like_pbo, run_info, true});
+
+CommandRegistrar list_command({"list", "List the files of an archive", [](CLI::App& sub) {
+  struct Options {
+    std::string archive;
+    bool names = false, json = false;
+  };
+  auto o = std::make_shared<Options>();
+  sub.add_flag("--names", o->names, "Print the entry names only");
+  sub.add_flag("--json", o->json, "Print the archive and its entries as one JSON object");
+  sub.add_option("ARCHIVE", o->archive, "The archive (.pbo, .ifa or .xbo)")->required();
+  return std::function<int()>([o] {
+    if (int r = check_archive(o->archive)) return r;
+    BisDLL dll;
+    Vendrak* tool = archive_tool(dll);
+    // The properties report belongs to `info`: a listing is the entry lines alone.
+    int r = tool->pbo_Open(o->archive.c_str(), hidden_message, Vendrak::OPEN_NO_REPORT);
+    if (r == 0 || r == PBO_CORRUPTED_SHA) {
+      if (o->json) {
+        std::printf("%s\n", archive_json(*tool, o->archive, r).dump(2).c_str());
+      } else {
+        for (pbo_entry* e = tool->pbo_GetFirstEntry(); e; e = e->GetNext()) {
+          if (o->names)
+            std::printf("%s\n", e->pbe_GetFilename());
+          else
+            print_entry_line(*e);
+        }
+      }
+    }
+    tool->ClosePbo();
+    return finish_archive(r, o->archive);
+  });
+}});
+
+CommandRegistrar cat_command({"cat", "Write one entry of an archive to standard output", [](CLI::App& sub) {
+  struct Options {
+    std::string archive, entry;
+  };
+  auto o = std::make_shared<Options>();
+  sub.add_option("ARCHIVE", o->archive, "The archive (.pbo, .ifa or .xbo)")->required();
+  sub.add_option("ENTRY", o->entry, "The entry's name as `list --names` prints it")->required();
+  return std::function<int()>([o] {
+    if (int r = check_archive(o->archive)) return r;
+    BisDLL dll;
+    Vendrak* tool = archive_tool(dll);
+    int r = tool->pbo_Open(o->archive.c_str(), hidden_message, Vendrak::OPEN_NO_REPORT);
+    if (r != 0 && r != PBO_CORRUPTED_SHA) return finish_archive(r, o->archive);
+    pbo_entry* e = tool->pbo_FindEntry(o->entry.c_str());
+    if (!e) {
+      tool->ClosePbo();
+      cli_error(o->archive, "no entry named '" + o->entry + "' (" + std::to_string(PBO_NOTHING_TO_EXTRACT) + ")");
+      return static_cast<int>(PBO_NOTHING_TO_EXTRACT);
+    }
+    int size = 0;
+    uint8_t const* data = tool->pbo_ReadEntryData(e, &size, 0);
+    if (!data) {
+      int err = tool->pbo_GetLastError();
+      tool->ClosePbo();
+      return finish_archive(err ? err : 1, o->archive);
+    }
+    bool ok = std::fwrite(data, 1, static_cast<size_t>(size), stdout) == static_cast<size_t>(size) &&
+              std::fflush(stdout) == 0;
+    tool->ClosePbo();
+    if (!ok) {
+      cli_error("(standard output)", std::strerror(errno));
+      return 6;
+    }
+    return finish_archive(r, o->archive);  // a bad SHA-1 still gives the bytes, and 19
+  });
+}});
 }  // namespace

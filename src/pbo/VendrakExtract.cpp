@@ -166,7 +166,8 @@ int Vendrak::_extract_step(unsigned flags, char const* files, char const* destin
     if (r) return r;
     ++extracted;
   }
-  if (s.hook) s.hook(s.hook_context, total, total, "");
+  // The closing call says how many bytes of the data block the chosen entries held.
+  if (s.hook) s.hook(s.hook_context, done, total, "");
 
   pbo_ReportStrangeValues();
 
