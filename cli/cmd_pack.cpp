@@ -2,17 +2,20 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <chrono>
 #include <climits>
+#include <cstdarg>
 #include <cstdlib>
 #include <map>
 #include <memory>
 #include <string>
 #include <vector>
 
+#include "CliSupport.h"
 #include "Command.h"
 #include "Console.h"
+#include "PboCommon.h"
 #include "core/BisDLL.h"
+#include "core/BisMessage.h"
 #include "io/BisFileIO.h"
 #include "pbo/Vendrak.h"
 
@@ -24,15 +27,15 @@ struct PackOptions {
        force = false;
 };
 
-// While the bar is drawn the report stays hidden; Escape still cancels, polled at most ten times a
-// second since a large folder sends thousands of lines.
-bool quiet_sink(char const*, ...) {
-  using clock = std::chrono::steady_clock;
-  static clock::time_point last;
-  clock::time_point now = clock::now();
-  if (now - last < std::chrono::milliseconds(100)) return true;
-  last = now;
-  return cli_print_nothing("");
+// Under --quiet the style banner and the prefix line (sent to the error sink) are held back and
+// shown only when the pack fails, beside the reason.
+std::string g_held;
+bool hold_message(char const* format, ...) {
+  va_list ap;
+  va_start(ap, format);
+  g_held += bis_vformat(format, ap);
+  va_end(ap);
+  return hidden_message("");
 }
 
 void bar_hook(void* context, uint64_t done, uint64_t total, char const* entry) {
@@ -58,7 +61,7 @@ int run_pack(PackOptions const& o) {
                                                     {"cwc", 0}};
   struct stat st;
   if (::stat(o.folder.c_str(), &st) != 0 || !S_ISDIR(st.st_mode)) {
-    cli_print_stderr("vendrak: %s: %s\n", o.folder.c_str(), Vendrak::ErrorString(PBO_NO_SOURCE_FOLDER));
+    cli_error(o.folder, std::string(Vendrak::ErrorString(PBO_NO_SOURCE_FOLDER)) + " (35)");
     return PBO_NO_SOURCE_FOLDER;
   }
   int mode = styles.at(o.style) | (o.compress ? Vendrak::MAKE_COMPRESS : 0) |
@@ -68,9 +71,15 @@ int run_pack(PackOptions const& o) {
   BisDLL dll;
   Vendrak* tool = dll.dll_GetVendrak();
   std::string target = tool->pbo_MakeOutputName(o.folder.c_str(), mode, o.out.empty() ? nullptr : o.out.c_str());
-  if (!o.force && ::stat(target.c_str(), &st) == 0) {
-    cli_print_stderr("vendrak: %s: already exists (use -f to replace it)\n", target.c_str());
-    return GE_CANNOT_WRITE;
+  // The archive replaces one of its name, and removes its namesakes under the other archive
+  // extensions (a reader would find those first): neither without -f.
+  std::string stem = target.substr(0, target.rfind('.'));
+  for (char const* ext : {".pbo", ".ifa", ".xbo"}) {
+    std::string existing = stem + ext;
+    if (!o.force && ::stat(existing.c_str(), &st) == 0) {
+      cli_error(existing, "already exists (use -f to replace it)");
+      return GE_CANNOT_WRITE;
+    }
   }
   // Without --prefix the archive is mounted under the folder's own name, unless a prefix file in
   // the folder says otherwise.
@@ -81,15 +90,17 @@ int run_pack(PackOptions const& o) {
   bool bar_shown = !o.quiet && isatty(STDERR_FILENO);
   ProgressBar bar(bar_shown);
   if (bar_shown) tool->pbo_SetProgressHook(bar_hook, &bar);
-  tool->pbo_GetIO()->io_SetErrCallBack(cli_print_stderr);
-  BisCallback messages = o.quiet || bar_shown ? quiet_sink : cli_print_stdout;
+  g_held.clear();
+  tool->pbo_GetIO()->io_SetErrCallBack(o.quiet ? hold_message : cli_print_stderr);
+  BisCallback messages = o.quiet || bar_shown ? hidden_message : cli_print_stdout;
   int r = tool->pbo_Make(o.folder.c_str(), mode, prefix.c_str(), messages, o.out.empty() ? nullptr : o.out.c_str(),
                          o.no_compress.empty() ? nullptr : o.no_compress.c_str(),
                          exclude.empty() ? nullptr : exclude.c_str());
   tool->pbo_SetProgressHook(nullptr, nullptr);
   bar.finish();
   if (r != 0) {
-    cli_print_stderr("vendrak: %s: %s (%d)\n", o.folder.c_str(), Vendrak::ErrorString(r), r);
+    if (!g_held.empty()) cli_print_stderr("%s", g_held.c_str());
+    cli_error(o.folder, std::string(Vendrak::ErrorString(r)) + " (" + std::to_string(r) + ")");
     return r;
   }
   if (bar_shown && !o.quiet) cli_print_stdout("%s\n", tool->pbo_GetMadeName());

@@ -196,8 +196,9 @@ int Vendrak::_add_file(char const* entry_name, char const* path, unsigned mode, 
   if (!entry_name || !*entry_name) return PBO_NO_ENTRY_NAME;
   std::string host = host_path(path);
   struct stat st;
+  errno = 0;
   if (host.empty() || ::stat(host.c_str(), &st) != 0 || !S_ISREG(st.st_mode)) {
-    _impl->io.io_callbackerr("%s: %s\r\n", host.c_str(), std::strerror(errno ? errno : EINVAL));
+    _impl->io.io_callbackerr("%s: %s\r\n", host.c_str(), std::strerror(errno ? errno : EISDIR));
     return PBO_CANNOT_READ_ENTRY_FILE;
   }
   if (static_cast<uint64_t>(st.st_size) > UINT32_MAX) {
@@ -205,9 +206,10 @@ int Vendrak::_add_file(char const* entry_name, char const* path, unsigned mode, 
     return PBO_CANNOT_READ_ENTRY_FILE;
   }
 
+  while (*entry_name == '/' || *entry_name == '\\') ++entry_name;
+  if (!*entry_name) return PBO_NO_ENTRY_NAME;
   FileString name(entry_name);
   name.fs_ConvertToBackSlash();
-  while (name.c_str()[0] == '\\') name.fs_remove_leading_slash();
 
   if ((mode & MAKE_PROCESS_CONTENT) && strcasecmp(name.fs_GetFilenameAndExt(), "RoadsLib.cfg") == 0 &&
       !pbo_ValidateRoadLibrary(host.c_str()))
@@ -302,8 +304,13 @@ void Vendrak::_compress_pending() {
   std::vector<Packed> results(work.size());
   std::vector<std::string> paths(work.size());
   for (size_t i = 0; i < work.size(); ++i) paths[i] = m.sources[work[i]];
+  uint64_t total = 0;
+  for (pbo_entry* e : work) total += e->_original_size;
   std::atomic<size_t> next{0};
   std::atomic<bool> failed{false};
+  std::atomic<uint64_t> done{0};
+  std::thread::id reporter = std::this_thread::get_id();
+  Impl& s = *_impl;
   auto worker = [&] {
     for (size_t i; !failed && (i = next++) < work.size();) {
       try {
@@ -311,6 +318,10 @@ void Vendrak::_compress_pending() {
       } catch (...) {
         failed = true;
       }
+      done += work[i]->_original_size;
+      // The caller's progress hook is not made for several threads: only this one reports.
+      if (s.hook && std::this_thread::get_id() == reporter)
+        s.hook(s.hook_context, done, total, work[i]->pbe_GetFilename());
     }
   };
   unsigned threads = std::clamp(std::thread::hardware_concurrency(), 1u, 8u);
@@ -388,12 +399,11 @@ int Vendrak::_make(char const* source, int mode, char const* prefix, char const*
   build_lists(m.exclude, m.ignore_compression, exclude, ignore);
   m.lists_ready = true;
 
-  std::string derived = pbo_MakeOutputName(source, mode, nullptr);
   std::string target = pbo_MakeOutputName(source, mode, destination);
-  std::string renamed = name_from_header(scan.root);
-  if (!renamed.empty() && (target == derived || host_path(destination).empty() ||
-                           target.substr(0, target.rfind('/')) == host_path(destination)))
-    io.io_callback("Renaming output to %s\r\n", renamed.c_str());
+  std::string dest = host_path(destination);
+  bool named_by_caller = !dest.empty() && dest.back() != '/' && !(::stat(dest.c_str(), &st) == 0 && S_ISDIR(st.st_mode));
+  std::string renamed = named_by_caller ? std::string() : name_from_header(scan.root);
+  if (!renamed.empty()) io.io_callback("Renaming output to %s\r\n", renamed.c_str());
   m.target = target;
   std::string stem = target.substr(0, target.rfind('.'));
   std::string folder_real = real_path(parent_of(target));

@@ -242,7 +242,7 @@ int Vendrak::_finish_archive() {
 // ===== copying an open archive =================================================
 
 int Vendrak::pbo_CreateCopy(char const* name, unsigned int mode) {
-  return _guarded([&]() -> int {
+  int r = _guarded([&]() -> int {
     if (!_impl->io.io_ReadActive()) return GE_INVALID_FILE;
     Maker& m = _make_state();
     m.sources.clear();
@@ -262,8 +262,8 @@ int Vendrak::pbo_CreateCopy(char const* name, unsigned int mode) {
     uint8_t end[21] = {};
     _emit(end, sizeof end);
     m.end_record_written = true;
-    int r = _finish_archive();
-    if (r) m.abandon();
-    return r;
+    return _finish_archive();
   });
+  if (r && _maker) _maker->abandon();
+  return r;
 }
