@@ -344,10 +344,11 @@ TEST_F(MakeFixture, CorpusArchivesPackBackFromTheirExtraction) {
       ASSERT_EQ(r, 0) << name << errors();
       Files got = entries(list_archive(read_file(archive)));
       EXPECT_EQ(got.size(), want.size()) << name;
-      for (auto const& [n, bytes] : want) {
-        auto it = std::find_if(got.begin(), got.end(), [&](auto const& g) { return strcasecmp(g.first.c_str(), n.c_str()) == 0; });
-        ASSERT_NE(it, got.end()) << name << " " << n;
-        EXPECT_EQ(it->second, bytes) << name << " " << n;
+      for (auto const& w : want) {
+        auto same = [&](auto const& g) { return strcasecmp(g.first.c_str(), w.first.c_str()) == 0; };
+        auto it = std::find_if(got.begin(), got.end(), same);
+        ASSERT_NE(it, got.end()) << name << " " << w.first;
+        EXPECT_EQ(it->second, w.second) << name << " " << w.first;
       }
       ++packed;
     }
