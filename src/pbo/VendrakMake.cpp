@@ -357,8 +357,8 @@ void Vendrak::_compress_pending() {
 // ===== the whole job ===========================================================
 
 struct Vendrak::Scan {
-  std::string root;         // the source folder as the file system knows it
-  std::vector<std::string> never;  // real paths of the archive being made, under every extension
+  std::string root;  // the source folder as the file system knows it
+  std::vector<std::pair<dev_t, ino_t>> never;  // the archive being made, under every extension
   bool config = false, mission = false, campaign = false;
   int editable_models = 0, editable_terrains = 0, unknown_models = 0;
 };
@@ -406,9 +406,9 @@ int Vendrak::_make(char const* source, int mode, char const* prefix, char const*
   if (!renamed.empty()) io.io_callback("Renaming output to %s\r\n", renamed.c_str());
   m.target = target;
   std::string stem = target.substr(0, target.rfind('.'));
-  std::string folder_real = real_path(parent_of(target));
   std::string base = stem.substr(stem.find_last_of('/') + 1);
-  for (char const* ext : kArchiveExtensions) scan.never.push_back(folder_real + "/" + base + "." + ext);
+  for (char const* ext : kArchiveExtensions)
+    if (::stat((stem + "." + ext).c_str(), &st) == 0) scan.never.emplace_back(st.st_dev, st.st_ino);
 
   m.defer_compression = true;
   if (int r = _scan_folder(scan, scan.root.c_str(), "")) return r;
@@ -502,13 +502,12 @@ int Vendrak::_scan_folder(Scan& scan, char const* folder, char const* relative) 
     bool excluded = !config && FileStringA::fs_CompareTokens(rel.c_str(), &m.exclude);
     // Nothing outside the folder is packed through a link, nor the archive being made.
     struct stat st;
-    if (!excluded && ::lstat(full.c_str(), &st) == 0 && S_ISLNK(st.st_mode)) {
-      std::string real = real_path(full), root = real_path(scan.root) + "/";
-      excluded = real.compare(0, root.size(), root) != 0;
-    }
-    if (!excluded) {
-      std::string real = real_path(full);
-      excluded = std::find(scan.never.begin(), scan.never.end(), real) != scan.never.end();
+    if (!excluded && ::lstat(full.c_str(), &st) == 0) {
+      if (S_ISLNK(st.st_mode)) {
+        std::string real = real_path(full), root = real_path(scan.root) + "/";
+        excluded = real.compare(0, root.size(), root) != 0 || ::stat(full.c_str(), &st) != 0;
+      }
+      for (auto const& [dev, ino] : scan.never) excluded |= st.st_dev == dev && st.st_ino == ino;
     }
     if (excluded) {
       io.io_callback("%s :excluded\r\n", rel.c_str());
