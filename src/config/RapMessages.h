@@ -1,0 +1,62 @@
+#pragma once
+
+// The config text messages, shared by the text reader and the binariser. A reader status is
+// RAP_STATUS (0x100) plus one of these numbers; rap_message_text accepts either form.
+enum RapMessage : int {
+  RAPMSG_UNEXPECTED_EOL = 10,
+  RAPMSG_BAD_EVAL = 11,
+  RAPMSG_EOF = 12,
+  RAPMSG_MISMATCHED_QUOTES = 13,
+  RAPMSG_NO_TOKEN = 14,
+  RAPMSG_RECURSIVE_COMMENT = 15,
+  RAPMSG_EXTRANEOUS = 16,
+  RAPMSG_NO_UNINCLUDE = 17,
+  RAPMSG_EXPECTED_SEMICOLON = 18,
+  RAPMSG_EXPECTED_CLASS_NAME = 19,
+  RAPMSG_EXPECTED_CLASS_BRACE = 20,
+  RAPMSG_EXPECTED_INHERIT = 21,
+  RAPMSG_UNKNOWN_DIRECTIVE = 22,
+  RAPMSG_UNKNOWN_UNDEF = 23,
+  RAPMSG_EXPECTED_ARRAY = 24,
+  RAPMSG_BAD_DEFINE = 25,
+  RAPMSG_EXPECTED_PARMS = 26,
+  RAPMSG_TOO_FEW_PARMS = 27,
+  RAPMSG_DEFINE_ALTERED = 28,
+  RAPMSG_CANNOT_INCLUDE = 29,
+  RAPMSG_ENDIF_WITHOUT_IF = 30,
+  RAPMSG_DUPLICATE = 31,
+  RAPMSG_CONTINUATION_AT_EOF = 32,
+  RAPMSG_MISSING_INHERIT = 34,
+  RAPMSG_ILLEGAL_VALUE = 35,
+  RAPMSG_EXPECTED_AFTER_CLASSNAME = 36,
+  RAPMSG_TRAILING_COMMA = 37,
+  RAPMSG_SPURIOUS_SEMICOLON = 38,
+  RAPMSG_TRUE_FALSE = 39,
+  RAPMSG_DELETE_IN_MODELCFG = 40,
+  RAPMSG_REQADDONS_FAILED = 41,
+  RAPMSG_FILENAME_SPACES = 42,
+  RAPMSG_ACCESS = 43,
+  RAPMSG_DOUBLE_SEMICOLON = 44,
+  RAPMSG_DRIVE = 45,
+  RAPMSG_NO_CLASSES = 46,
+  RAPMSG_CANNOT_WRITE = 47,
+  RAPMSG_MISSING_FILES = 48,
+  RAPMSG_CANNOT_CHANGE_DRIVE = 49,
+  RAPMSG_PREBINARISED = 50,
+  RAPMSG_NO_REQUIRED_ADDONS = 51,
+  RAPMSG_NO_PATCHES_NAME = 52,
+  RAPMSG_WRP_NAME = 53,
+  RAPMSG_CUTSCENES = 54,
+  RAPMSG_UNBINARISABLE = 55,
+  RAPMSG_CLUTTER = 56,
+  RAPMSG_UNITS_FAILED = 57,
+};
+
+constexpr int RAP_STATUS = 0x100;
+
+// The text of a message number or reader status: numbers below 10 and 33 are the generic ones,
+// the 0x100 bit is ignored, and anything beyond the table is an internal error text.
+char const* rap_message_text(int number);
+
+// Whether a message goes out bare, without the file and line it arose at.
+bool rap_message_is_bare(int number);
