@@ -90,6 +90,7 @@ int run_pack(PackOptions const& o) {
   bool bar_shown = !o.quiet && isatty(STDERR_FILENO);
   ProgressBar bar(bar_shown);
   if (bar_shown) tool->pbo_SetProgressHook(bar_hook, &bar);
+  for (auto const& dir : o.includes) tool->pbo_AddIncludeFolder(dir.c_str());
   g_held.clear();
   tool->pbo_GetIO()->io_SetErrCallBack(o.quiet ? hold_message : cli_print_stderr);
   BisCallback messages = o.quiet || bar_shown ? hidden_message : cli_print_stdout;

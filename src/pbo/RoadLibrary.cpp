@@ -81,11 +81,3 @@ bool Vendrak::pbo_ValidateRoadTree(rap_entry* root) {
   io.io_callback("done\n");
   return true;
 }
-
-bool Vendrak::pbo_ValidateRoadLibrary(char const* path) {
-  BisFileIO& io = _impl->io;
-  io.io_callback("\nvalidating %s\n", path ? path : "");
-  // Reading the library needs the config binariser, which this build does not have yet.
-  io.io_callbackerr("error: %s\n", "no config reader for road libraries");
-  return false;
-}

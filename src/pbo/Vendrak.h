@@ -158,6 +158,8 @@ class Vendrak : public Chains {
   // Checks a parsed road library; the tree's mixed-case paths are lower-cased in place.
   bool pbo_ValidateRoadTree(class rap_entry* root);
   bool pbo_ValidateRoadLibrary(char const* path);
+  // Folders the binariser searches for #include files when configs are binarised (mode bit 0x1).
+  void pbo_AddIncludeFolder(char const* folder);
 
  private:
   struct Maker;
@@ -176,4 +178,5 @@ class Vendrak : public Chains {
   struct Scan;
   int _scan_folder(Scan& scan, char const* folder, char const* relative);
   int _judge_scan(Scan const& scan);
+  int _binarise_config(pbo_entry* entry, char const* path);
 };

@@ -215,6 +215,10 @@ int Vendrak::_add_file(char const* entry_name, char const* path, unsigned mode, 
       !pbo_ValidateRoadLibrary(host.c_str()))
     return PBO_ROADSLIB_ERROR;
 
+  // A config binarised is packed as config.bin beside where its text was.
+  bool binarise = (mode & MAKE_PROCESS_CONTENT) && name.fs_FileIs() == 1;
+  if (binarise) name.fs_ReplaceFilenameAndExt("config.bin");
+
   int code = 0;
   pbo_entry* entry = nullptr;
   for (pbo_entry* e = pbo_GetFirstEntry(); e; e = e->GetNext())
@@ -233,7 +237,15 @@ int Vendrak::_add_file(char const* entry_name, char const* path, unsigned mode, 
   entry->pbe_SetFilename(name.c_str());
   auto size = static_cast<uint32_t>(st.st_size);
   entry->_set_record(pbo_entry::kStored, size, 0, static_cast<uint32_t>(st.st_mtime), size, 0);
-  m.sources[entry] = host;
+  m.sources.erase(entry);
+  if (binarise) {
+    if (int r = _binarise_config(entry, host.c_str())) {
+      if (code == 0) DeleteChain(entry);
+      return r;
+    }
+  } else {
+    m.sources[entry] = host;
+  }
   if (result) *result = entry;
   if ((mode & MAKE_COMPRESS) && compress_now) _compress_entry(entry);
   return code;
@@ -248,17 +260,11 @@ struct Packed {
   int error = 0;  // errno of a failed read
 };
 
-Packed pack_file(std::string const& path, uint64_t size) {
+Packed pack_bytes(uint8_t const* in, uint64_t size) {
   Packed p;
   if (size == 0) return p;
-  uint8_t* source = nullptr;
-  if (!read_whole(path, size, source)) {
-    p.error = errno ? errno : EIO;
-    return p;
-  }
-  std::unique_ptr<uint8_t[]> in(source);
   std::unique_ptr<uint8_t[]> out(new uint8_t[LzssCodec::lzss_MaxCompressedSize(size)]);
-  uint64_t n = LzssCodec::lzss_Compress(in.get(), size, out.get(), false);
+  uint64_t n = LzssCodec::lzss_Compress(in, size, out.get(), false);
   if (n < 1) throw GE_NO_MEMORY;
   if (n >= size) return p;
   p.data = new uint8_t[n + 1];
@@ -266,6 +272,19 @@ Packed pack_file(std::string const& path, uint64_t size) {
   p.data[n] = 0;
   p.size = n;
   return p;
+}
+
+// An entry's bytes are on disk (`path`) or, once binarised, in memory (`in`).
+Packed pack_entry(std::string const& path, uint8_t const* in, uint64_t size) {
+  if (in || size == 0) return pack_bytes(in, size);
+  uint8_t* source = nullptr;
+  if (!read_whole(path, size, source)) {
+    Packed p;
+    p.error = errno ? errno : EIO;
+    return p;
+  }
+  std::unique_ptr<uint8_t[]> owned(source);
+  return pack_bytes(source, size);
 }
 }  // namespace
 
@@ -276,11 +295,14 @@ void Vendrak::_compress_entry(pbo_entry* entry) {
     m.lists_ready = true;
   }
   auto src = m.sources.find(entry);
-  if (src == m.sources.end() || FileStringA::fs_CompareTokens(entry->pbe_GetFilename(), &m.ignore_compression))
+  bool in_memory = entry->pbe_HasData() && entry->_method == pbo_entry::kStored;
+  if ((src == m.sources.end() && !in_memory) ||
+      FileStringA::fs_CompareTokens(entry->pbe_GetFilename(), &m.ignore_compression))
     return;
-  Packed p = pack_file(src->second, entry->_original_size);
+  std::string path = src == m.sources.end() ? std::string() : src->second;
+  Packed p = pack_entry(path, in_memory ? entry->pbe_GetData() : nullptr, entry->_original_size);
   if (p.error) {
-    _impl->io.io_callbackerr("%s: %s\r\n", src->second.c_str(), std::strerror(p.error));
+    _impl->io.io_callbackerr("%s: %s\r\n", path.c_str(), std::strerror(p.error));
     throw PBO_CANNOT_READ_ENTRY_FILE;
   }
   if (!p.data) {
@@ -290,7 +312,7 @@ void Vendrak::_compress_entry(pbo_entry* entry) {
   entry->_adopt(p.data, p.size);
   entry->_method = entry->_file_method = pbo_entry::kCompressed;
   entry->_stored_size = p.size;
-  m.sources.erase(src);
+  m.sources.erase(entry);
 }
 
 // Entries are independent: they are packed on every core, and the results applied (and reported)
@@ -298,12 +320,15 @@ void Vendrak::_compress_entry(pbo_entry* entry) {
 void Vendrak::_compress_pending() {
   Maker& m = *_maker;
   std::vector<pbo_entry*> work;
-  for (pbo_entry* e = pbo_GetFirstEntry(); e; e = e->GetNext())
-    if (m.sources.count(e) && !FileStringA::fs_CompareTokens(e->pbe_GetFilename(), &m.ignore_compression))
+  for (pbo_entry* e = pbo_GetFirstEntry(); e; e = e->GetNext()) {
+    bool in_memory = e->pbe_HasData() && e->_method == pbo_entry::kStored;
+    if ((m.sources.count(e) || in_memory) && !FileStringA::fs_CompareTokens(e->pbe_GetFilename(), &m.ignore_compression))
       work.push_back(e);
+  }
   std::vector<Packed> results(work.size());
   std::vector<std::string> paths(work.size());
-  for (size_t i = 0; i < work.size(); ++i) paths[i] = m.sources[work[i]];
+  for (size_t i = 0; i < work.size(); ++i)
+    if (m.sources.count(work[i])) paths[i] = m.sources[work[i]];
   uint64_t total = 0;
   for (pbo_entry* e : work) total += e->_original_size;
   std::atomic<size_t> next{0};
@@ -314,7 +339,8 @@ void Vendrak::_compress_pending() {
   auto worker = [&] {
     for (size_t i; !failed && (i = next++) < work.size();) {
       try {
-        results[i] = pack_file(paths[i], work[i]->_original_size);
+        uint8_t const* in = paths[i].empty() ? work[i]->pbe_GetData() : nullptr;
+        results[i] = pack_entry(paths[i], in, work[i]->_original_size);
       } catch (...) {
         failed = true;
       }
@@ -389,6 +415,7 @@ int Vendrak::_make(char const* source, int mode, char const* prefix, char const*
   m.prefix = "";
   m.mode = mode;
   m.made.clear();
+  m.missing.clear();
 
   Scan scan;
   scan.root = host_path(source);
@@ -418,6 +445,10 @@ int Vendrak::_make(char const* source, int mode, char const* prefix, char const*
   io.io_callback("<adding entries:...>\r\n");
   for (pbo_entry* e = pbo_GetFirstEntry(); e; e = e->GetNext()) io.io_callback("%s\r\n", e->pbe_GetFilename());
   io.io_callback("</end entries>\r\n");
+  if (!m.missing.empty()) {
+    io.io_callback("Missing File Summary\r\n");
+    for (auto const& [config, file] : m.missing) io.io_callback("%s : %s\r\n", config.c_str(), file.c_str());
+  }
 
   // The prefix: the prefix file's, else the caller's, else the folder's own path.
   if (!style_takes_prefix(style_of(mode))) {

@@ -37,6 +37,9 @@ struct Vendrak::Maker {
   // Entries whose bytes are still on disk: read when the data block is written, never before.
   std::unordered_map<pbo_entry const*, std::string> sources;
 
+  std::vector<std::string> include_folders;  // for the binariser
+  std::vector<std::pair<std::string, std::string>> missing;  // config, file its checks did not find
+
   std::string target;     // the archive being made (host separators)
   std::string temp_path;  // where it is written until it is complete
   std::string made;       // the last archive completed
