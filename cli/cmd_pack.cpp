@@ -123,7 +123,10 @@ CommandRegistrar pack_command(
            ->default_str("arma");
        sub.add_flag("--compress", o->compress, "Compress entries (sounds, images and init files stay as they are)");
        sub.add_flag("--binarise", o->binarise, "Binarise config.cpp, validate RoadsLib.cfg, check the content");
-       sub.add_option("-I", o->includes, "Folder searched for #include files while binarising");
+       // One folder per -I, so that FOLDER behind it is not taken for another folder.
+       sub.add_option("-I,--include", o->includes,
+                      "A folder that includes are looked up below while binarising (repeatable, in order)")
+           ->allow_extra_args(false);
        sub.add_flag("--accept-mlod", o->accept_mlod, "Pack editable (unbinarised) models");
        sub.add_flag("--reproducible", o->reproducible,
                     "Byte-identical output for identical input: no time stamps, fixed version, sorted entries");

@@ -4,13 +4,11 @@
 #include <cstring>
 #include <vector>
 
+#include "config/Sembric.h"
+#include "core/BisDLL.h"
 #include "pbo/VendrakImpl.h"
 #include "pbo/VendrakMaker.h"
 
-#if __has_include("config/Sembric.h")
-#include "config/Sembric.h"
-#define VENDRAK_HAS_BINARISER 1
-#endif
 
 namespace {
 // The binariser's own messages (warnings, the place of a fault) reach the archive tool's error
@@ -38,8 +36,6 @@ struct Forwarding {
 void Vendrak::pbo_AddIncludeFolder(char const* folder) {
   if (folder && *folder) _make_state().include_folders.emplace_back(folder);
 }
-
-#ifdef VENDRAK_HAS_BINARISER
 
 bool Vendrak::pbo_ValidateRoadLibrary(char const* path) {
   BisFileIO& io = _impl->io;
@@ -87,20 +83,3 @@ int Vendrak::_binarise_config(pbo_entry* entry, char const* path) {
   entry->_adopt(data, size);
   return 0;
 }
-
-#else
-
-bool Vendrak::pbo_ValidateRoadLibrary(char const* path) {
-  _impl->io.io_callback("\nvalidating %s\n", path ? path : "");
-  _impl->io.io_callbackerr("error: %s\n", "this build has no config binariser");
-  return false;
-}
-
-int Vendrak::_binarise_config(pbo_entry*, char const* path) {
-  _impl->io.io_callbackerr("%s: %s\r\n", path, "this build has no config binariser");
-  (void)forward_to_errors;
-  (void)silent;
-  return PBO_SEMBRIC_ERROR;
-}
-
-#endif
