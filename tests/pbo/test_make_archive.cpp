@@ -101,6 +101,7 @@ TEST_F(MakeFixture, JudgementOfTheScan) {
       {{{"config.bin", "\0raP"}, {"m.p3d", "junk"}}, 1024, 18},
       {{{"config.bin", "\0raP"}, {"w.wrp", "8WVR...."}}, 1024 | Vendrak::MAKE_ACCEPT_MLOD, 14},
       {{{"config.bin", "\0raP"}, {"w.wrp", "OPRW...."}}, 1024, 0},
+      {{{"config.cpp", "class A {"}}, 1024 | Vendrak::MAKE_PROCESS_CONTENT, 17},
   };
   for (auto const& c : cases) {
     fs::remove_all(src);
