@@ -128,4 +128,68 @@ class Vendrak : public Chains {
   int _collect(PboWriterPool& pool, bool wait, bool& refused, bool& kept_other);
   int _write_prefix_file(unsigned flags, PboOutputFolder& out);
   void _list(unsigned flags);
+
+  // ---- prefix and properties files, making archives ---------------------------
+ public:
+  // Creation modes of pbo_Make and pbo_Create.
+  static constexpr int MAKE_PROCESS_CONTENT = 0x1;  // binarise configs, validate the road library
+  static constexpr int MAKE_COMPRESS = 0x20;
+  static constexpr int MAKE_STYLE_MASK = 0x1ff80;
+  static constexpr int MAKE_STYLE_RESISTANCE = 128;
+  static constexpr int MAKE_STYLE_ARMA_NO_SHA = 256;
+  static constexpr int MAKE_STYLE_ELITE = 512;
+  static constexpr int MAKE_STYLE_ARMA = 1024;
+  static constexpr int MAKE_EXT_MASK = 0x3000;  // 0x1000 or 0x2000: "xbo"
+  static constexpr int MAKE_ACCEPT_MLOD = 0x40000;
+  static constexpr int MAKE_DROP_NAME_PREFIX = 0x80000;
+  static constexpr int MAKE_REPRODUCIBLE = 0x2000000;
+  static constexpr int MAKE_WARNINGS_ARE_ERRORS = 0x4000000;
+
+  int pbo_ParsePrefixFile(char const* path);
+  int pbo_WriteParsedPrefixFile(char const* path);
+  void pbo_SetProperty(char const* name, char const* value);
+  void pbo_SetProperty(TokenPair* pair);
+  char const* pbo_SetPrefix(char const* prefix);
+  // The prefix the last parsed prefix file or pbo_SetPrefix gave (backslashes), empty when none.
+  char const* pbo_GetPrefixPath() const;
+
+  int pbo_Make(char const* source, int mode, char const* prefix, BisCallback callback, char const* destination,
+               char const* ignore_compression, char const* exclude);
+  int pbo_Create(char const* name, int mode, char const* prefix, BisCallback callback);
+  int pbo_AddOrReplaceFile(char const* entry_name, char const* path, unsigned int mode, pbo_entry** result = nullptr);
+  void pbo_WriteHeaderEntry(pbo_entry* entry);
+  int pbo_WriteDataBlockAndClose(bool progress = true);
+  int pbo_CreateCopy(char const* name, unsigned int mode);
+  void pbo_CreateTempEntry(pbo_entry* entry);
+  void pbo_DeleteTempEntry(pbo_entry* entry);
+  static char const* pbo_GetDefaultExcludeList();
+  static char const* pbo_GetDefaultIgnoreCompressionList(int which = 0);
+  // The archive pbo_Make would write for these arguments (folder, name from PboName.h, extension).
+  char const* pbo_MakeOutputName(char const* source, int mode, char const* destination);
+  // The archive the last successful pbo_Make or pbo_WriteDataBlockAndClose wrote.
+  char const* pbo_GetMadeName() const;
+  // Checks a parsed road library; the tree's mixed-case paths are lower-cased in place.
+  bool pbo_ValidateRoadTree(class rap_entry* root);
+  bool pbo_ValidateRoadLibrary(char const* path);
+  // Folders the binariser searches for #include files when configs are binarised (mode bit 0x1).
+  void pbo_AddIncludeFolder(char const* folder);
+
+ private:
+  struct Maker;
+  std::shared_ptr<Maker> _maker;  // created on first use; shared_ptr so this header needs no definition
+  Maker& _make_state();
+  int _make(char const* source, int mode, char const* prefix, char const* destination, char const* ignore,
+            char const* exclude);
+  int _create(char const* write_path, int mode);
+  int _add_file(char const* entry_name, char const* path, unsigned mode, pbo_entry** result, bool compress_now);
+  void _compress_entry(pbo_entry* entry);
+  void _compress_pending();
+  void _write_properties_record();
+  void _emit(void const* data, uint64_t size);
+  void _write_entry_data(pbo_entry* entry);
+  int _finish_archive();
+  struct Scan;
+  int _scan_folder(Scan& scan, char const* folder, char const* relative);
+  int _judge_scan(Scan const& scan);
+  int _binarise_config(pbo_entry* entry, char const* path);
 };
