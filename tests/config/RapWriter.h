@@ -17,11 +17,17 @@
 
 using Bytes = std::vector<uint8_t>;
 
+// Byte by byte: GCC 12 at -O3 misjudges range inserts into these small vectors as out of bounds.
 template <class T>
 void put(Bytes& b, T v) {
-  b.insert(b.end(), reinterpret_cast<uint8_t const*>(&v), reinterpret_cast<uint8_t const*>(&v) + sizeof v);
+  uint8_t raw[sizeof v];
+  std::memcpy(raw, &v, sizeof v);
+  for (uint8_t c : raw) b.push_back(c);
 }
-inline void put_str(Bytes& b, std::string const& s) { b.insert(b.end(), s.c_str(), s.c_str() + s.size() + 1); }
+inline void put_str(Bytes& b, std::string const& s) {
+  for (char c : s) b.push_back(static_cast<uint8_t>(c));
+  b.push_back(0);
+}
 inline void put_count(Bytes& b, uint32_t v) {
   for (; v >= 0x80; v >>= 7) b.push_back(static_cast<uint8_t>(v | 0x80));
   b.push_back(static_cast<uint8_t>(v));
@@ -107,8 +113,8 @@ inline void put_enums(Bytes& b, Enums const& e) {
 
 // An Arma file; `shift` extra bytes after the signature make room for an Xbox signature.
 inline Bytes arma(ClsPtr root, Enums const* enums = nullptr, size_t shift = 0) {
-  Bytes b{0, 'r', 'a', 'P'};
-  b.resize(4 + shift, 0);
+  Bytes b(4 + shift, 0);
+  b[1] = 'r', b[2] = 'a', b[3] = 'P';
   put<uint32_t>(b, 0);
   put<uint32_t>(b, 8);
   size_t enum_at = b.size();

@@ -108,7 +108,7 @@ TEST(KaltorText, FaultsGiveTheirCodes) {
       {"unnamed array", arma(cls("", {arr("", {})})), 12, ""},
       {"named nested array", arma(cls("", {Bytes{1, 3, 'x', 0, 0}})), 13, ""},
       {"unnamed value", arma(cls("", {v_i("", 1)})), 14, ""},
-      {"cut inside a value", edited(arma(cls("", {v_i("x", 1)})), [](Bytes& b) { b.resize(b.size() - 7); }), 1, ""},
+      {"cut inside a value", edited(arma(cls("", {v_i("x", 1)})), [](Bytes& b) { b.erase(b.end() - 7, b.end()); }), 1, ""},
       {"residual bytes", edited(arma(cls("", {}), &e), [](Bytes& b) { b.push_back(0); }), 7, ""},
       {"enum offset beyond the end", with(arma(cls("", {})), 12, 9999), 7, ""},
       {"body outside the file", with(arma(cls("", {cls("A")})), 21, 100000), 3, "lies outside the file"},
