@@ -422,14 +422,11 @@ int KinterNew::rtm_RemoveBoneName(unsigned bone) {
       for (size_t b = 0; b < bones; ++b)
         if (b != bone) kept.push_back(_global[f * bones + b]);
     _global.swap(kept);
-    RTM_Bone const gone = _bones[bone];
     _bones.erase(_bones.begin() + bone);
-    // Children of the dropped bone hang from its parent now.
+    // The skeleton still names the dropped bone as its children's parent; a parent that is not
+    // among the animation's bones is none, as when the skeleton is read.
     for (RTM_Bone& b : _bones) {
-      if (b.parent_index == static_cast<int>(bone)) {
-        b.parent = gone.parent;
-        b.parent_index = gone.parent_index;
-      }
+      if (b.parent_index == static_cast<int>(bone)) b.parent_index = -1;
       if (b.parent_index > static_cast<int>(bone)) --b.parent_index;
     }
     return 0;

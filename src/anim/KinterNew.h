@@ -83,7 +83,8 @@ class KinterNew {
   char const* rtm_GetBoneName(unsigned bone) const;
   char const* rtm_GetBoneParentName(unsigned bone) const;
   int rtm_GetBoneParent(unsigned bone) const;
-  // Drops a bone from every frame; its children keep their place in model space. 0, or 13.
+  // Drops a bone from every frame; its children keep their place in model space and become roots,
+  // as the parent their skeleton names is gone. 0, or 13.
   int rtm_RemoveBoneName(unsigned bone);
   unsigned rtm_GetSoundCount() const { return static_cast<unsigned>(_sounds.size()); }
   char const* rtm_GetSoundName(unsigned sound) const;
