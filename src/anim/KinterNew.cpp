@@ -1,6 +1,7 @@
 #include "anim/KinterNew.h"
 
 #include <strings.h>
+#include <sys/stat.h>
 
 #include <cctype>
 #include <cstdio>
@@ -456,7 +457,10 @@ int KinterNew::rtm_Create(char const* file, int kind) {
         _write_binarised(_io, version);
     } catch (...) {
       _io.io_CloseOutput();
-      std::remove(_io.io_GetOpenedFileName(true));  // no half-written animation is left behind
+      // No half-written animation is left behind (but a device such as /dev/null stays).
+      struct stat st {};
+      char const* written = _io.io_GetOpenedFileName(true);
+      if (::stat(written, &st) == 0 && S_ISREG(st.st_mode)) std::remove(written);
       throw;
     }
     _io.io_CloseOutput();
