@@ -118,6 +118,10 @@ struct RapExprParser {
         to_lower(key);
         p = q + 1;
         RapOperand v = expr();
+        auto it = ev._vars.find(key);
+        size_t total = ev._var_bytes - (it == ev._vars.end() ? 0 : text_size(it->second)) + text_size(v);
+        if (total > RapEvaluator::kMaxVariables) fail();
+        ev._var_bytes = total;
         ev._vars[key] = v;
         return v;
       }
@@ -385,8 +389,13 @@ struct RapExprParser {
       }
     }
     if (std::isdigit(static_cast<unsigned char>(c)) || c == '.' || c == '$') {
-      char const* b = s.data() + p;
-      std::string t(b, s.size() - p);
+      // Only the number's own characters are copied, so that a long expression stays linear.
+      size_t q = p + 1;
+      while (q < s.size() && q - p < 64 &&
+             (std::isalnum(static_cast<unsigned char>(s[q])) || s[q] == '.' ||
+              ((s[q] == '-' || s[q] == '+') && (s[q - 1] == 'e' || s[q - 1] == 'E'))))
+        ++q;
+      std::string t(s.substr(p, q - p));
       char* end = nullptr;
       double v;
       if (c == '$') {

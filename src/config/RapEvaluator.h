@@ -33,6 +33,8 @@ class RapEvaluator {
   static constexpr int kMaxDepth = 200;
   // Strings and arrays an expression may build (repeated '+' doubles a text each time).
   static constexpr size_t kMaxText = size_t{1} << 20;
+  // All variables together.
+  static constexpr size_t kMaxVariables = size_t{16} << 20;
 
   explicit RapEvaluator(BisFileIO* io = nullptr) : _io(io) {}
 
@@ -51,6 +53,7 @@ class RapEvaluator {
   void ev_ClearNotBinarisable() { _not_binarisable = false; }
   void ev_Reset() {
     _vars.clear();
+    _var_bytes = 0;
     _not_binarisable = false;
   }
 
@@ -60,4 +63,5 @@ class RapEvaluator {
   BisFileIO* _io;
   bool _not_binarisable = false;
   std::unordered_map<std::string, RapOperand> _vars;  // lower-case names: the language ignores case
+  size_t _var_bytes = 0;
 };

@@ -10,9 +10,18 @@
 namespace {
 constexpr int kEof = RAP_STATUS + RAPMSG_EOF;
 constexpr int kMaxArgNesting = 64;
+constexpr size_t kExpansionOverhead = 64;
 
 bool blank(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\f' || c == '\v' || c == 0; }
 bool digit(char c) { return c >= '0' && c <= '9'; }
+
+// A sign right behind a name, a number or a closing bracket is an operator (1+2, db-10), not the
+// start of a signed number.
+bool glued_to_operand(char const* begin, char const* at) {
+  if (at == begin) return false;
+  unsigned char p = static_cast<unsigned char>(at[-1]);
+  return rap_is_name_char(p) || p == '.' || p == ')' || p == ']';
+}
 
 bool strieq(std::string const& a, char const* b) { return strcasecmp(a.c_str(), b) == 0; }
 }  // namespace
@@ -32,6 +41,7 @@ void RapTextReader::rt_Reset() {
   _space_before = false;
   _not_binarisable = false;
   _included.clear();
+  _missing.clear();
 }
 
 void RapTextReader::rt_AddIncludeFolder(char const* folder) {
@@ -68,6 +78,7 @@ int RapTextReader::rt_OpenText(char const* text, size_t size, char const* name) 
     if (c == '\\') c = '/';
   size_t slash = s.name.rfind('/');
   if (slash != std::string::npos) s.folder = s.name.substr(0, slash + 1);
+  s.logical = _m->logical_name(s.name, s.name);
   _m->input_bytes += size;
   _included.push_back(s.name);
   _m->stack.push_back(std::move(s));
@@ -161,6 +172,7 @@ void RapTextReader::Impl::reset() {
   if_depth = skip_depth = nest = 0;
   input_bytes = expanded_bytes = 0;
   pending.clear();
+  ahead.clear();
   cur = Tok{};
   last_sym = before_last = third_last = 0;
   array_depth = checked_name = 0;
@@ -329,6 +341,14 @@ int RapTextReader::Impl::raw(Tok& t, Stack& st, int mode) {
     }
     s.line_start = false;
     char const* b = s.cur;
+    if (c == '"' && main && skip_depth) {
+      // Left-out text need not be config text: a stray quote there ends with its line, so that
+      // it cannot swallow the #endif.
+      char const* q = b + 1;
+      while (q < s.end && *q != '"' && *q != '\n') ++q;
+      s.cur = q < s.end && *q == '"' ? q + 1 : q;
+      continue;
+    }
     if (c == '"') {
       if (int e = lex_string(t, s)) return e;
     } else if (rap_is_name_start(static_cast<unsigned char>(c))) {
@@ -337,7 +357,7 @@ int RapTextReader::Impl::raw(Tok& t, Stack& st, int mode) {
       s.cur = p;
       t.kind = TK_WORD;
       t.text.assign(b, static_cast<size_t>(p - b));
-    } else if (digit(c) || ((c == '-' || c == '+' || c == '.') && b + 1 < s.end &&
+    } else if (digit(c) || ((c == '-' || c == '+' || c == '.') && b + 1 < s.end && !glued_to_operand(s.buf.get(), b) &&
                             (digit(b[1]) || (b[1] == '.' && c != '.' && b + 2 < s.end && digit(b[2]))))) {
       char const* p = b + 1;
       bool hex = c == '0' && p < s.end && (*p == 'x' || *p == 'X');
@@ -374,8 +394,10 @@ int RapTextReader::Impl::push_expansion(Stack& st, std::string&& text, RapDefine
     r._io.io_callbackerr("macro expansion deeper than %d (a #define that uses itself?)\r\n", kMaxExpansionDepth);
     return RAP_STATUS + RAPMSG_BAD_DEFINE;
   }
-  expanded_bytes += text.size();
-  if (expanded_bytes > kExpansionAllowance + kExpansionPerInputByte * input_bytes) {
+  // Each expansion also costs its bookkeeping: counting it keeps a flood of tiny expansions
+  // (a macro doubling itself forty times) as bounded as one huge one.
+  expanded_bytes += text.size() + kExpansionOverhead;
+  if (expanded_bytes > r._allowance + kExpansionPerInputByte * input_bytes) {
     r._io.io_callbackerr("macro expansion grew beyond %zu bytes (a #define that uses itself?)\r\n",
                          expanded_bytes);
     return RAP_STATUS + RAPMSG_BAD_DEFINE;
@@ -513,7 +535,7 @@ int RapTextReader::Impl::expand_macro(Tok& t, RapDefine const& d, Stack& st, Hid
   }
   if (text == "\"") {  // a macro that stands for a lone quote character
     t.kind = TK_SYMBOL;
-    t.text = "\"";
+    t.text.assign(1, '"');
     return 1;
   }
   if (text.empty()) return 0;
@@ -617,13 +639,22 @@ int RapTextReader::Impl::next(Tok& t, int mode, Stack& st, Hidden const& base) {
 int RapTextReader::Impl::checked(Tok& t, int mode) {
   Hidden const none;
   for (;;) {
-    int e = next(t, mode, stack, none);
-    if (e) return e;
+    if (!ahead.empty()) {
+      t = std::move(ahead.back());
+      ahead.pop_back();
+    } else if (int e = next(t, mode, stack, none)) {
+      return e;
+    }
     if (t.kind == TK_EOL) return 0;
     char sym = t.kind == TK_SYMBOL ? t.text[0] : 0;
+    bool from_semicolon = false;
     if (array_depth > 0 && sym == ';') {
+      // Old sources separate elements with ';' (often a macro's own): the game reads it as a comma.
       if (int w = r.rt_Warning(RAPMSG_SPURIOUS_SEMICOLON)) return w;
-      continue;
+      if (last_sym == ',' || last_sym == '{') continue;
+      t.text.assign(1, ',');
+      sym = ',';
+      from_semicolon = true;
     }
     if (sym == ';' && last_sym == ';') {
       if (int w = r.rt_Warning(RAPMSG_DOUBLE_SEMICOLON)) return w;
@@ -633,11 +664,12 @@ int RapTextReader::Impl::checked(Tok& t, int mode) {
       Tok after;
       int e2 = next(after, mode & ~RT_EOL_TOKEN, stack, none);
       if (e2 == 0 && after.kind == TK_SYMBOL && after.text == "}") {
-        if (int w = r.rt_Warning(RAPMSG_TRAILING_COMMA)) return w;
+        if (!from_semicolon)
+          if (int w = r.rt_Warning(RAPMSG_TRAILING_COMMA)) return w;
         t = std::move(after);
         sym = '}';
       } else if (e2 == 0) {
-        pending.push_back(std::move(after));
+        ahead.push_back(std::move(after));
       } else if (e2 != kEof) {
         return e2;
       }
@@ -645,7 +677,7 @@ int RapTextReader::Impl::checked(Tok& t, int mode) {
     // The value behind '=' (or an element of an array).
     if (expect_value) {
       if (t.kind == TK_WORD && (strieq(t.text, "true") || strieq(t.text, "false"))) {
-        t.text = strieq(t.text, "true") ? "1" : "0";
+        t.text.assign(1, strieq(t.text, "true") ? '1' : '0');
         t.kind = TK_NUMBER;
       }
       if (checked_name) {
@@ -654,9 +686,7 @@ int RapTextReader::Impl::checked(Tok& t, int mode) {
         if (!ok) return RAP_STATUS + RAPMSG_ILLEGAL_VALUE;
         if (checked_name == 1 && r._access_warning) {
           Source const* f = top_file();
-          std::string n = f ? f->name : std::string();
-          size_t i = n.find_first_not_of('/');
-          n = i == std::string::npos ? std::string() : n.substr(i);
+          std::string const& n = f ? f->logical : std::string();
           bool own = n.size() >= 3 && (strncasecmp(n.c_str(), "ca/", 3) == 0 || strncasecmp(n.c_str(), "a3/", 3) == 0);
           if (!own)
             if (int w = r.rt_Warning(RAPMSG_ACCESS)) return w;

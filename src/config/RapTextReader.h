@@ -40,8 +40,8 @@ class RapTextReader {
   // Hostile text ends with a status instead of exhausting the stack or the memory.
   static constexpr int kMaxIncludeDepth = 32;
   static constexpr int kMaxExpansionDepth = 256;
-  // Macro expansion may produce at most this much text in all, plus kExpansionPerInputByte times
-  // the source text read so far.
+  // Macro expansion may produce at most this much text in all (each expansion counted 64 bytes
+  // more than its text), plus kExpansionPerInputByte times the source text read so far.
   static constexpr size_t kExpansionAllowance = size_t{64} << 20;
   static constexpr size_t kExpansionPerInputByte = 64;
 
@@ -82,6 +82,8 @@ class RapTextReader {
   int rt_CurrentLine() const;
   // The files read so far, the first one included, in the order they were opened.
   std::vector<std::string> const& rt_IncludedFiles() const { return _included; }
+  // The #include names that could not be found, as written.
+  std::vector<std::string> const& rt_MissingFiles() const { return _missing; }
 
   // ---- messages ---------------------------------------------------------------
   // "In File %s: circa Line %d %s" for the current place, "%s: %s" when no line is known yet; the
@@ -94,7 +96,8 @@ class RapTextReader {
   int rt_Warning(int number);
 
   // ---- switches and results -------------------------------------------------------
-  // The access check warns about access= in files outside the game's own folders (default on).
+  // The access check warns about access= in files outside the game's own folders, ca\ and a3\ as
+  // the file was included (or below an include folder) (default on).
   void rt_SetAccessWarning(bool on) { _access_warning = on; }
   // Echoes every source line read, and the #else/#endif that end a skipped block, to the message
   // callback (default off: a trace for finding where a long file goes wrong).
@@ -104,7 +107,12 @@ class RapTextReader {
   bool rt_NotBinarisable() const { return _not_binarisable; }
   void rt_SetNotBinarisable(bool on) { _not_binarisable = on; }
 
-  // The macros: what #define and #undef change. Callers may predefine names before opening.
+  // Lowers (or raises) the fixed part of the expansion budget, for callers that read untrusted
+  // text in bulk; the per-input-byte part stays.
+  void rt_SetExpansionAllowance(size_t bytes) { _allowance = bytes; }
+
+  // The macros: what #define and #undef change. Opening a text starts an empty list; names
+  // defined after opening and before the first token (rt_Define("_ARMA_")) are known to the text.
   RapDefList& rt_Defines() { return *_defs; }
   // A #define line's text after the directive ("NAME body" or "NAME(a,b) body"); 0 or a status.
   int rt_Define(char const* text);
@@ -123,5 +131,7 @@ class RapTextReader {
   bool _access_warning = true;
   bool _echo = false;
   bool _not_binarisable = false;
+  size_t _allowance = kExpansionAllowance;
   std::vector<std::string> _included;
+  std::vector<std::string> _missing;
 };

@@ -137,12 +137,28 @@ int RapTextReader::Impl::push_file(std::string const& path, std::string const& s
   s.end = s.cur + size;
   s.file = true;
   s.name = path;
+  s.logical = logical_name(path, shown);
   size_t slash = path.rfind('/');
   if (slash != std::string::npos) s.folder = path.substr(0, slash + 1);
   input_bytes += size;
   r._included.push_back(path);
   stack.push_back(std::move(s));
   return 0;
+}
+
+std::string RapTextReader::Impl::logical_name(std::string const& path, std::string const& written) const {
+  // A project-drive name says where the file sits in the game's tree; so does a path below an
+  // include folder. Otherwise the name as written is all there is.
+  std::string n = written;
+  for (char& c : n)
+    if (c == '\\') c = '/';
+  for (std::string const& f : include_folders)
+    if (path.size() > f.size() && path.compare(0, f.size(), f) == 0 && path[f.size()] == '/') {
+      n = path.substr(f.size());
+      break;
+    }
+  size_t i = n.find_first_not_of('/');
+  return i == std::string::npos ? std::string() : n.substr(i);
 }
 
 void RapTextReader::Impl::pop_include() {
@@ -223,7 +239,10 @@ int RapTextReader::Impl::include(std::string_view text) {
   std::string found;
   std::string n(name);
   if (int e = resolve(n, found)) {
-    if (e == RAP_STATUS + RAPMSG_CANNOT_INCLUDE) r._io.io_callbackerr("cannot find include \"%s\"\r\n", n.c_str());
+    if (e == RAP_STATUS + RAPMSG_CANNOT_INCLUDE) {
+      r._io.io_callbackerr("cannot find include \"%s\"\r\n", n.c_str());
+      r._missing.push_back(n);
+    }
     return e;
   }
   return push_file(found, n);

@@ -19,6 +19,7 @@ struct RapTextReader::Source {
   // Files.
   std::string name;    // as found on disk
   std::string folder;  // where relative includes start, with a trailing '/' (or empty)
+  std::string logical; // the name in the game's tree: as included, or below an include folder
   int line = 1;
   bool line_start = true;
   char const* line_begin = nullptr;  // for the echo
@@ -46,7 +47,8 @@ struct RapTextReader::Impl {
   int nest = 0;  // argument expansions within argument expansions
   size_t input_bytes = 0;
   size_t expanded_bytes = 0;
-  std::vector<Tok> pending;  // pushed back, last one first
+  std::vector<Tok> pending;  // pushed back by the caller, last one first
+  std::vector<Tok> ahead;    // read ahead by the value checks, not yet checked
   Tok cur;
 
   // What the value checks remember of the tokens returned so far.
@@ -80,6 +82,7 @@ struct RapTextReader::Impl {
   int read_directive_line(Source& s, std::string& out);
   int include(std::string_view text);
   int push_file(std::string const& path, std::string const& shown);
+  std::string logical_name(std::string const& path, std::string const& written) const;
   int resolve(std::string const& name, std::string& found);
   void pop_include();
   int warn_text(int status_if_error, char const* format, ...) __attribute__((format(printf, 3, 4)));

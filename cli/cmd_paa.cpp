@@ -1,0 +1,136 @@
+// Texture commands: paa info (the listing), paa copy (read and write back through the writer).
+#include <sys/stat.h>
+
+#include <cstdio>
+#include <cstring>
+#include <memory>
+#include <string>
+
+#include <nlohmann/json.hpp>
+
+#include "CliSupport.h"
+#include "Command.h"
+#include "Console.h"
+#include "core/BisDLL.h"
+#include "texture/Lorvix.h"
+
+namespace {
+struct PaaOptions {
+  std::string file;
+  std::string out;
+  bool json = false;
+  bool force = false;
+};
+
+int failed(std::string const& path, int r) {
+  cli_error(path, std::string(Lorvix::ErrorString(r)) + " (" + std::to_string(r) + ")");
+  return r;
+}
+
+Lorvix* texture_tool(BisDLL& dll) {
+  Lorvix* t = dll.dll_GetLorvix();
+  t->pax_GetIO()->io_SetErrCallBack(cli_print_stderr);
+  return t;
+}
+
+nlohmann::json as_json(Lorvix const& t, std::string const& path) {
+  nlohmann::json j;
+  j["file"] = path;
+  j["type"] = Lorvix::pax_GetTypeStr(t.pax_GetType());
+  nlohmann::json taggs = nlohmann::json::object();
+  for (auto const& tg : t.pax_GetTaggs()) {
+    if (tg.kind == PaxTagg::OFFS) {
+      nlohmann::json offs = nlohmann::json::array();
+      for (int i = 0; i < tg.tag_OffsetCount(); ++i) offs.push_back(tg.offsets[i]);
+      taggs["OFFS"] = offs;
+    } else if (tg.kind == PaxTagg::PROC) {
+      taggs["PROC"] = tg.text;
+    } else {
+      char hex[16];
+      std::snprintf(hex, sizeof hex, "%08X", tg.value);
+      taggs[PaxTagg::tag_Name(tg.kind)] = hex;
+    }
+  }
+  j["taggs"] = taggs;
+  int palette = 0;
+  t.pax_GetPalette(&palette);
+  j["palette"] = palette;
+  nlohmann::json mips = nlohmann::json::array();
+  for (uint32_t i = 0; i < t.pax_GetMipmapCount(); ++i) {
+    PaxMipmap const* m = t.pax_GetMipmap(i);
+    mips.push_back({{"width", m->width},
+                    {"height", m->height},
+                    {"offset", m->offset},
+                    {"size", m->expanded_size},
+                    {"stored", m->stored_size},
+                    {"coding", m->lzo ? "lzo" : m->special ? "special-index" : "as-type"}});
+  }
+  j["mipmaps"] = mips;
+  return j;
+}
+
+int run_info(std::string const& path, bool json) {
+  if (int r = cli_check_input(path)) return r;
+  BisDLL dll;
+  Lorvix* t = texture_tool(dll);
+  int r = t->pax_Open(path.c_str(), json ? cli_print_nothing : cli_print_stdout);
+  if (r) return failed(path, r);
+  if (json) cli_print_stdout("%s\n", as_json(*t, path).dump(2).c_str());
+  return 0;
+}
+
+int run_copy(PaaOptions const& o) {
+  if (int r = cli_check_input(o.file)) return r;
+  BisDLL dll;
+  Lorvix* t = texture_tool(dll);
+  int r = t->pax_Open(o.file.c_str(), cli_print_nothing);
+  if (r) return failed(o.file, r);
+  OutputFile out(o.out, o.force);
+  if (int w = out.open()) return w;
+  r = t->pax_Write(out.path());
+  if (r) return failed(o.out, r);
+  return out.commit();
+}
+
+// A type word followed by a tagg or by an empty palette, or a tagg at once (indexed textures).
+// Untyped textures without taggs start with their palette and have no signature: they are known
+// by the name.
+bool is_type_word(unsigned w) {
+  return (w >= Lorvix::PAX_DXT1 && w <= Lorvix::PAX_DXT5) || w == Lorvix::PAX_RGB4 || w == Lorvix::PAX_RGB5 ||
+         w == Lorvix::PAX_RGB8 || w == Lorvix::PAX_GREY;
+}
+
+bool matches_paa(unsigned char const* head, size_t n, std::string const&) {
+  if (n >= 4 && std::memcmp(head, "GGAT", 4) == 0) return true;
+  if (n < 4 || !is_type_word(head[0] | head[1] << 8u)) return false;
+  return (n >= 6 && std::memcmp(head + 2, "GGAT", 4) == 0) || (head[2] == 0 && head[3] == 0);
+}
+
+bool matches_paa_name(unsigned char const*, size_t, std::string const& path) {
+  auto dot = path.rfind('.');
+  if (dot == std::string::npos) return false;
+  std::string ext = path.substr(dot);
+  for (auto& c : ext) c = char(std::tolower(static_cast<unsigned char>(c)));
+  return ext == ".paa" || ext == ".pac";
+}
+
+CommandRegistrar paa_info({"paa info", "List a texture's type, taggs, palette and mipmaps",
+                           [](CLI::App& c) -> std::function<int()> {
+                             auto o = std::make_shared<PaaOptions>();
+                             c.add_option("FILE", o->file, "The texture (.paa or .pac)")->required();
+                             c.add_flag("--json", o->json, "Print the listing as JSON");
+                             return [o] { return run_info(o->file, o->json); };
+                           }});
+
+CommandRegistrar paa_copy({"paa copy", "Read a texture and write it back through the writer",
+                           [](CLI::App& c) -> std::function<int()> {
+                             auto o = std::make_shared<PaaOptions>();
+                             c.add_option("IN", o->file, "The texture to read")->required();
+                             c.add_option("OUT", o->out, "The texture to write (- for standard output)")->required();
+                             c.add_flag("-f,--force", o->force, "Replace an existing different file");
+                             return [o] { return run_copy(*o); };
+                           }});
+
+InfoRegistrar paa_by_signature({"PAA/PAC texture", matches_paa, run_info});
+InfoRegistrar paa_by_name({"PAA/PAC texture", matches_paa_name, run_info, true});
+}  // namespace

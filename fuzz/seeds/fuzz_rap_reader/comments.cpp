@@ -1,0 +1,5 @@
+/* block /* inner */
+// line
+#define LONG a \
+ b
+LONG "unterminated

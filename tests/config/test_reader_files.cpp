@@ -1,0 +1,169 @@
+// The reader on files: include resolution, include folders, case-blind names and the real trees.
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "config/Kaltor.h"
+#include "core/BisDLL.h"
+#include "test_reader_support.h"
+
+namespace fs = std::filesystem;
+
+namespace {
+
+class ReaderFiles : public ::testing::Test {
+ protected:
+  fs::path root;
+  void SetUp() override {
+    root = fs::temp_directory_path() / ("vendrak_reader_" + std::to_string(::getpid()) + "_" +
+                                        ::testing::UnitTest::GetInstance()->current_test_info()->name());
+    fs::remove_all(root);
+    fs::create_directories(root);
+  }
+  void TearDown() override { fs::remove_all(root); }
+  std::string put(std::string const& rel, std::string const& text) {
+    fs::path p = root / rel;
+    fs::create_directories(p.parent_path());
+    std::ofstream(p, std::ios::binary) << text;
+    return p.string();
+  }
+};
+
+TEST_F(ReaderFiles, IncludeResolution) {
+  put("P/x/mod/addons/main/macros.hpp", "#define MAIN_OK main\n");
+  put("P/x/mod/addons/main/Sub/Part.h", "part = __LINE__;\n#include \"..\\Leaf.h\"\n");
+  put("P/x/mod/addons/main/leaf.h", "\nleaf = __LINE__;\n");
+  put("P/x/mod/addons/main/DOT.H", "dot = 1;\n");
+  put("game/TREE/inner.h", "inner = 1;\n");
+  put("game/TREE/config.cpp", "#include \"TREE\\inner.h\"\n");
+  std::string main = put("P/x/mod/addons/main/config.cpp",
+                         "#include \"\\x\\mod\\addons\\main\\macros.hpp\"\n"
+                         "a = MAIN_OK;\n"
+                         "#include \"Sub\\Part.h\"\n"
+                         "#include <dot.h>\n"
+                         "b = __LINE__;\n");
+  ReaderFixture f;
+  ReadResult r = f.read_file(main, {(root / "nothing").string(), (root / "P").string()});
+  EXPECT_EQ(r.status, kReadWhole) << r.place << "\n" << r.messages;
+  EXPECT_EQ(r.tokens, "a = main ; part = 1 ; leaf = 2 ; dot = 1 ; b = 5 ;");
+  // Two case-blind finds, each warned with both spellings.
+  EXPECT_NE(r.messages.find("#include \"..\\Leaf.h\" found as \"" + (root / "P/x/mod/addons/main/leaf.h").string()),
+            std::string::npos)
+      << r.messages;
+  EXPECT_NE(r.messages.find("#include \"dot.h\" found as"), std::string::npos) << r.messages;
+  EXPECT_EQ(f.reader.rt_IncludedFiles().size(), 5u);
+
+  // A name written from the game's root, not from the including file.
+  ReaderFixture g;
+  ReadResult t = g.read_file(root.string() + "/game/TREE/config.cpp", {(root / "game").string()});
+  EXPECT_EQ(t.status, kReadWhole) << t.place;
+  EXPECT_EQ(t.tokens, "inner = 1 ;");
+
+  // Case-blind finds fail the text when warnings are errors.
+  ReaderFixture strict;
+  strict.io.io_set_warnings_are_errors(true);
+  EXPECT_EQ(strict.read_file(main, {(root / "P").string()}).status, RAP_STATUS + RAPMSG_CANNOT_INCLUDE);
+}
+
+TEST_F(ReaderFiles, IncludeFailures) {
+  struct F {
+    char const* text;
+    int status;
+    char const* message;
+  } const cases[] = {
+      {"#include \"missing.h\"\n", RAPMSG_CANNOT_INCLUDE, "cannot find include \"missing.h\""},
+      {"#include \"self.cpp\"\n", RAPMSG_CANNOT_INCLUDE, "includes nested deeper than 32"},
+      {"#include \"\\..\\..\\etc\\passwd\"\n", RAPMSG_CANNOT_INCLUDE, "no include to backtrack"},
+      {"#include \"d:\\x.h\"\n", RAPMSG_DRIVE, ""},
+      {"#include missing.h\n", RAPMSG_CANNOT_INCLUDE, ""},
+      {"#include \"a.h\" junk\n", RAPMSG_EXTRANEOUS, ""},
+  };
+  for (F const& c : cases) {
+    std::string self = put("self.cpp", c.text);
+    ReaderFixture f;
+    ReadResult r = f.read_file(self);
+    EXPECT_EQ(r.status, RAP_STATUS + c.status) << c.text;
+    EXPECT_NE(r.messages.find(c.message), std::string::npos) << c.text << r.messages;
+    EXPECT_NE(r.place.find("self.cpp: circa Line 1 "), std::string::npos) << r.place;
+    if (c.status == RAPMSG_CANNOT_INCLUDE && c.message[0] == 'c') {
+      ASSERT_EQ(f.reader.rt_MissingFiles().size(), 1u);
+      EXPECT_EQ(f.reader.rt_MissingFiles()[0], "missing.h");
+    }
+  }
+}
+
+TEST_F(ReaderFiles, AccessIsTheGameFoldersOwn) {
+  put("P/a3/data/access.hpp", "access = 1;\n");
+  std::string own = put("P/a3/data/config.cpp", "access = 0;\n");
+  std::string mod = put("P/mod/config.cpp", "#include \"\\a3\\data\\access.hpp\"\naccess = 2;\n");
+  ReaderFixture f;
+  EXPECT_EQ(f.read_file(own, {(root / "P").string()}).messages, "");
+  ReaderFixture g;
+  ReadResult r = g.read_file(mod, {(root / "P").string()});
+  EXPECT_EQ(r.status, kReadWhole);
+  EXPECT_EQ(r.messages, "warning :In File " + mod + ": circa Line 2 " + rap_message_text(RAPMSG_ACCESS) + "\r\n");
+}
+
+TEST_F(ReaderFiles, LineAndFileFollowTheInclude) {
+  put("inc.h", "\n\nin = __LINE__;\nname = __FILE__;\n");
+  std::string top = put("top.cpp", "\n#include \"inc.h\"\nout = __LINE__;\n");
+  ReaderFixture f;
+  ReadResult r = f.read_file(top);
+  EXPECT_EQ(r.tokens, "in = 3 ; name = " + (root / "inc.h").string() + " ; out = 3 ;");
+}
+
+// ---- the real trees --------------------------------------------------------------
+
+fs::path corpus_text() { return fs::path(VENDRAK_CORPUS) / "cfgtext"; }
+
+void expect_reads_whole(std::string const& file, std::vector<std::string> const& folders) {
+  ReaderFixture f;
+  ReadResult r = f.read_file(file, folders);
+  EXPECT_EQ(r.status, kReadWhole) << r.place << "\n" << r.messages;
+  EXPECT_EQ(r.messages.find("Cannot"), std::string::npos) << file;
+}
+
+TEST(ReaderCorpus, AddonTreeWithIncludeFolders) {
+  fs::path tree = corpus_text() / "cba_a3_tree";
+  if (!fs::is_directory(tree)) GTEST_SKIP() << "no corpus at " << VENDRAK_CORPUS;
+  std::vector<std::string> folders = {tree.string(), (tree / "include").string()};
+  int n = 0;
+  for (auto const& e : fs::recursive_directory_iterator(tree / "x"))
+    if (e.path().filename() == "config.cpp") {
+      expect_reads_whole(e.path().string(), folders);
+      ++n;
+    }
+  EXPECT_GT(n, 10);
+  for (auto const& e : fs::recursive_directory_iterator(fs::path(VENDRAK_CORPUS) / "addon-src"))
+    if (e.path().filename() == "config.cpp" || e.path().extension() == ".cfg")
+      expect_reads_whole(e.path().string(), folders);
+}
+
+TEST(ReaderCorpus, OldTreeAndLooseFiles) {
+  fs::path tzk = corpus_text() / "tzk_ofp_TZK_Config_4_0_6";
+  if (!fs::is_directory(tzk)) GTEST_SKIP() << "no corpus at " << VENDRAK_CORPUS;
+  expect_reads_whole((tzk / "TZK_Config_4_0_6" / "config.cpp").string(), {tzk.string()});
+  for (char const* loose : {"cba_pylons_model.cfg", "dustyroads_RoadsLib.cfg", "dustyroads_terrain_config.cpp",
+                            "epochfork_dayz_anim_dog_model.cfg", "epochfork_dayz_code_anim_model.cfg",
+                            "jim_ZGM_Lingor_mission.sqm", "xm25_anim_model.cfg", "xm25_model.cfg"})
+    expect_reads_whole((corpus_text() / loose).string(), {});
+}
+
+TEST(ReaderCorpus, DecodedConfigsReadBack) {
+  fs::path rap = fs::path(VENDRAK_CORPUS) / "rap";
+  if (!fs::is_directory(rap)) GTEST_SKIP() << "no corpus at " << VENDRAK_CORPUS;
+  BisDLL dll;
+  for (auto const& e : fs::directory_iterator(rap)) {
+    char const* text = nullptr;
+    ASSERT_EQ(dll.dll_GetKaltor()->drp_Decode(e.path().c_str(), &text), 0) << e.path();
+    std::string copy(text);
+    ReaderFixture f;
+    ReadResult r = f.drain(f.reader.rt_OpenText(copy.data(), copy.size(), "config.cpp"));
+    EXPECT_EQ(r.status, kReadWhole) << e.path() << ": " << r.place;
+  }
+}
+
+}  // namespace

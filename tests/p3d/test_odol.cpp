@@ -1,0 +1,195 @@
+// Binarised models: two small real models, and what goes wrong when their bytes are changed.
+#include <gtest/gtest.h>
+
+#include <cstdarg>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+#include "core/BisDLL.h"
+#include "p3d/Morvane.h"
+#include "io/BisFileIO.h"
+#include "p3d/OdolModel.h"
+#include "text/GenString.h"
+
+namespace {
+std::string g_text;
+bool keep(char const* format, ...) {
+  va_list ap;
+  va_start(ap, format);
+  char buf[1024];
+  std::vsnprintf(buf, sizeof buf, format, ap);
+  va_end(ap);
+  g_text += buf;
+  return true;
+}
+
+std::string data(char const* name) {
+  std::ifstream f(std::string(VENDRAK_TEST_DATA) + "/p3d/" + name, std::ios::binary);
+  std::stringstream s;
+  s << f.rdbuf();
+  return s.str();
+}
+
+void put32(std::string& s, size_t at, uint32_t v) { std::memcpy(&s[at], &v, 4); }
+
+struct Opened {
+  BisDLL dll;
+  Morvane* m = dll.dll_GetMorvane();
+  std::string bytes;  // the model is read in place: its buffer lives as long as it
+  int r;
+  explicit Opened(std::string in) : bytes(std::move(in)) {
+    g_text.clear();
+    m->p3d_GetIO()->io_SetErrCallBack(keep);
+    r = m->p3d_Open(reinterpret_cast<unsigned char const*>(bytes.data()), static_cast<unsigned>(bytes.size()), 0, keep);
+  }
+};
+}  // namespace
+
+TEST(Odol, RealModelsOpen) {
+  Opened ofp(data("target_odol7.p3d"));
+  ASSERT_EQ(ofp.r, 0) << g_text;
+  GenString kind;
+  ofp.m->p3d_GetTypeStr(&kind);
+  EXPECT_STREQ(kind.c_str(), "ODOL 7 (ofp): : nLods=4\r\n");
+  EXPECT_EQ(ofp.m->p3d_get_resolution(1), 1e13f);
+  EXPECT_EQ(ofp.m->p3d_get_nPoints(ofp.m->p3d_get_lod(0)), 9u);
+
+  Opened arma(data("optic_odol73.p3d"));
+  ASSERT_EQ(arma.r, 0) << g_text;
+  EXPECT_NE(g_text.find("Header AppID: 0\r\nHeader Prefix: \r\n"), std::string::npos) << g_text;
+  arma.m->p3d_GetTypeStr(&kind);
+  EXPECT_STREQ(kind.c_str(), "ODOL 73 (Arma3) : nLods=1\r\n");
+  void const* lod = arma.m->p3d_get_lod(0);
+  EXPECT_EQ(arma.m->p3d_get_nPoints(lod), 20u);
+  EXPECT_EQ(arma.m->p3d_get_nFaces(lod), 6u);
+  EXPECT_EQ(arma.m->p3d_GetOdol()->trailing_size(), 36u);
+}
+
+
+TEST(Odol, KindTexts) {
+  struct Case {
+    int kind;
+    char const* text;
+  } cases[] = {{46, "ODOL 46 (Arma1 lzss)"}, {47, "ODOL 47 (Arma2 lzo)"}, {49, "ODOL 49 (Arma2 lzo)"},
+               {50, "ODOL 50 (Arrowhead)"},  {55, "ODOL 55 (Arrowhead)"}, {56, "ODOL 56 (Arma3)"},
+               {7, "ODOL 7 (ofp):"},         {0, "MLOD"}};
+  for (Case const& c : cases) {
+    GenString t;
+    Morvane::p3d_KindText(c.kind, &t);
+    EXPECT_STREQ(t.c_str(), c.text);
+  }
+}
+
+TEST(Odol, FailuresEndWithTheirCodes) {
+  std::string v7 = data("target_odol7.p3d"), v73 = data("optic_odol73.p3d");
+  struct Case {
+    char const* what;
+    std::string bytes;
+    int code;
+    char const* message;
+  } cases[] = {
+      {"version 30", [&] { std::string s = v73; put32(s, 4, 30); return s; }(), P3DERR_UNKNOWN_ODOL, "Type 30 "},
+      {"v7 residue", v7 + "xyz", P3DERR_V7_EXCESS, "Warning: V7 residue of 3 bytes\r\n"},
+      {"v7 truncated", v7.substr(0, v7.size() - 5), P3DERR_V7_TRUNCATED, "Warning: V7 truncated file by 5 bytes\r\n"},
+      {"lying LOD count", [&] { std::string s = v73; put32(s, 13, 0x7FFFFFFF); return s; }(), GE_EOF, ""},
+      // The LOD's start offset no longer names where it lies.
+      {"scrambled offsets", [&] { std::string s = v73; put32(s, 0x12e, 0x138); return s; }(), GE_CODE_BUG,
+       "lod offset addresses are scrambled"},
+      {"cut in a LOD", v73.substr(0, 0x300), GE_EOF, ""},
+  };
+  for (Case const& c : cases) {
+    Opened o(c.bytes);
+    EXPECT_EQ(o.r, c.code) << c.what << ": " << g_text;
+    EXPECT_NE(g_text.find(c.message), std::string::npos) << c.what << ": " << g_text;
+    EXPECT_EQ(o.m->p3d_GetLodCount(), 0) << c.what;
+  }
+}
+
+TEST(Odol, PackedUvExpandsBetweenItsBounds) {
+  EXPECT_EQ(odol_expand_uv(-32767, 0.25f, 0.75f), 0.25f);
+  EXPECT_FLOAT_EQ(odol_expand_uv(32767, 0.0f, 2.0f), 2.0f * 65534.0f / 65536.0f);
+  EXPECT_FLOAT_EQ(odol_expand_uv(0, -1.0f, 1.0f), -1.0f + 2.0f * 32767.0f / 65536.0f);
+}
+
+namespace {
+// A material of the latest generation: colours, shaders, render flags and the given stages.
+std::string material_bytes(uint32_t flags, std::vector<std::pair<uint32_t, std::string>> const& stages) {
+  std::string s;
+  auto u32 = [&](uint32_t v) { s.append(reinterpret_cast<char const*>(&v), 4); };
+  auto f32 = [&](float v) { s.append(reinterpret_cast<char const*>(&v), 4); };
+  u32(11);
+  for (int i = 0; i < 24; ++i) f32(i % 4 == 3 ? 1.0f : 0.5f);
+  f32(40.0f);
+  u32(102);  // pixel shader
+  u32(23);   // vertex shader
+  u32(1);
+  u32(1);
+  s += "surf.bisurf";
+  s.push_back('\0');
+  u32(1);
+  u32(flags);
+  u32(static_cast<uint32_t>(stages.size()));
+  u32(static_cast<uint32_t>(stages.size()));
+  for (size_t i = 0; i < stages.size(); ++i) {
+    u32(stages[i].first);
+    s += stages[i].second;
+    s.push_back('\0');
+    u32(static_cast<uint32_t>(i));
+    s.push_back('\0');
+  }
+  for (size_t i = 0; i < stages.size(); ++i) {
+    u32(1);
+    for (float v : {1.f, 0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 0.f, 0.f, 0.f, 0.f}) f32(v);
+  }
+  u32(3);  // the TI stage
+  s += "ti.paa";
+  s.push_back('\0');
+  u32(0);
+  s.push_back('\0');
+  return s;
+}
+
+std::string material_text(std::string const& bytes) {
+  BisFileIO io;
+  GenString t;
+  auto const* p = reinterpret_cast<uint8_t const*>(bytes.data());
+  odol_material_text(t, "m.rvmat", p, p + bytes.size(), io);
+  return t.c_str();
+}
+}  // namespace
+
+TEST(OdolText, MaterialStagesFiltersAndFlags) {
+  std::string t = material_text(material_bytes(0x4000 | 0x80 | 0x2, {{1, ""}, {3, "n.paa"}, {0, "s.paa"}}));
+  EXPECT_NE(t.find("//Type: 11 (Arma3/VBS2)\r\n"), std::string::npos) << t;
+  EXPECT_NE(t.find("surfaceInfo = surf.bisurf;\r\n"), std::string::npos);
+  EXPECT_NE(t.find("PixelShaderId=Super;//102\r\nVertexShaderId=Super;//23\r\n"), std::string::npos) << t;
+  EXPECT_NE(t.find("renderFlags[] = {NoZWrite,AlphaTest,};\r\n//some unknown renderflags 4000\r\n"), std::string::npos)
+      << t;
+  // Stage 0 has no texture and is skipped, but still counts; filter 3 writes no filter line.
+  EXPECT_EQ(t.find("class stage0"), std::string::npos);
+  EXPECT_NE(t.find("class stage1\r\n{\r\n\ttexture=\"n.paa\";\r\n\tuvSource=Tex;\r\n};\r\n"), std::string::npos) << t;
+  EXPECT_NE(t.find("class stage2\r\n{\r\n\ttexture=\"s.paa\";\r\n\tFilter=Point;\r\n"), std::string::npos) << t;
+  EXPECT_NE(t.find("class stageTI\r\n{\r\n\ttexture=\"ti.paa\";\r\n};\r\n"), std::string::npos) << t;
+  EXPECT_NE(t.find("//};end class m.rvmat\r\n"), std::string::npos);
+
+  EXPECT_NE(material_text(material_bytes(0x4000, {})).find("renderFlags[] = {};\r\n//some unknown renderflags 4000"),
+            std::string::npos);
+}
+
+TEST(OdolText, ModelCfgOfModelsWithoutSkeleton) {
+  for (char const* name : {"optic_odol73.p3d", "target_odol7.p3d"}) {
+    Opened o(data(name));
+    ASSERT_EQ(o.r, 0);
+    std::string t = o.m->p3d_ExtractSkeleton();
+    EXPECT_EQ(t.find("skeletonName=\""), std::string::npos) << t;
+    EXPECT_EQ(t.find("cfgSkeletons"), std::string::npos);
+    EXPECT_NE(t.find("\t\tclass Animations\r\n\t\t{\r\n\t\t};//Animations\r\n\t};//modelclass\r\n};//CfgModels\r\n"),
+              std::string::npos)
+        << t;
+    size_t axes = t.find("/*<potential axis>"), end = t.find("</potential axis>*/");
+    ASSERT_NE(axes, std::string::npos);
+    std::string listed = t.substr(axes, end - axes);
+    for (char const* never : {"omponent", "proxy:", "\n*"}) EXPECT_EQ(listed.find(never), std::string::npos) << listed;
+  }
+}
