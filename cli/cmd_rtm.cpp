@@ -143,53 +143,48 @@ InfoRegistrar rtm_info_handler({"RTM animation", looks_like_rtm, [](std::string 
                                   return run_info(o);
                                 }});
 
-void add_skeleton(CLI::App& cmd, RtmOptions& o, bool required) {
-  auto* opt = cmd.add_option("--skeleton", o.skeleton,
-                             "The skeleton: a model.cfg (its first skeleton holding every bone is used) or a "
-                             "binarised .p3d");
-  if (required) opt->required();
+// The options every rtm command shares: the animation, the skeleton, and for writers the output
+// and -f; a flag --json for the listings.
+std::shared_ptr<RtmOptions> add_common(CLI::App& cmd, bool writes, bool skeleton_required) {
+  auto o = std::make_shared<RtmOptions>();
+  cmd.add_option(writes ? "IN" : "FILE", o->in, "The animation (.rtm)")->required();
+  if (writes) {
+    cmd.add_option("OUT", o->out, "The animation to write (- for standard output)")->required();
+    cmd.add_flag("-f,--force", o->force, "Replace an existing output file that differs");
+  } else {
+    cmd.add_flag("--json", o->json, "Print it as one JSON object");
+  }
+  auto* skeleton = cmd.add_option("--skeleton", o->skeleton,
+                                  "The skeleton: a model.cfg (its first skeleton holding every bone is used) or a "
+                                  "binarised .p3d");
+  if (skeleton_required) skeleton->required();
+  return o;
 }
 
 CommandRegistrar info_command({"rtm info", "Describe an animation: kind, displacement, frames, bones, sounds",
                                [](CLI::App& cmd) -> std::function<int()> {
-                                 auto o = std::make_shared<RtmOptions>();
-                                 cmd.add_option("FILE", o->in, "The animation (.rtm)")->required();
-                                 add_skeleton(cmd, *o, false);
-                                 cmd.add_flag("--json", o->json, "Describe it as one JSON object");
+                                 auto o = add_common(cmd, false, false);
                                  return [o] { return run_info(*o); };
                                }});
 
 CommandRegistrar unbin_command({"rtm unbin", "Write an animation in the editable form",
                                 [](CLI::App& cmd) -> std::function<int()> {
-                                  auto o = std::make_shared<RtmOptions>();
-                                  cmd.add_option("IN", o->in, "The animation (.rtm)")->required();
-                                  cmd.add_option("OUT", o->out, "The editable animation to write (- for standard output)")
-                                      ->required();
-                                  add_skeleton(cmd, *o, false);
-                                  cmd.add_flag("-f,--force", o->force, "Replace an existing output file that differs");
+                                  auto o = add_common(cmd, true, false);
                                   return [o] { return run_write(*o, KinterNew::KIND_TEXT); };
                                 }});
 
 CommandRegistrar bin_command({"rtm bin", "Write an animation binarised, with the parents of a skeleton",
                               [](CLI::App& cmd) -> std::function<int()> {
-                                auto o = std::make_shared<RtmOptions>();
-                                cmd.add_option("IN", o->in, "The animation (.rtm)")->required();
-                                cmd.add_option("OUT", o->out, "The binarised animation to write (- for standard output)")
-                                    ->required();
-                                add_skeleton(cmd, *o, true);
+                                auto o = add_common(cmd, true, true);
                                 cmd.add_option("--version", o->version, "Binarised version: 3, 4 (sounds) or 5 (sounds, LZO)")
                                     ->check(CLI::IsMember({3, 4, 5}));
-                                cmd.add_flag("-f,--force", o->force, "Replace an existing output file that differs");
                                 return [o] { return run_write(*o, o->version); };
                               }});
 
 CommandRegistrar pose_command({"rtm pose", "Print every bone's transform in one frame, combined with its parents'",
                                [](CLI::App& cmd) -> std::function<int()> {
-                                 auto o = std::make_shared<RtmOptions>();
-                                 cmd.add_option("FILE", o->in, "The animation (.rtm)")->required();
+                                 auto o = add_common(cmd, false, false);
                                  cmd.add_option("--frame", o->frame, "The frame, from 0")->required();
-                                 add_skeleton(cmd, *o, false);
-                                 cmd.add_flag("--json", o->json, "Print the pose as one JSON object");
                                  return [o] { return run_pose(*o); };
                                }});
 }  // namespace

@@ -25,7 +25,7 @@
 class BisDLL;
 class CompressedStruct;
 class CompressionEngine;
-class RTM_Skeleton;
+struct RTM_Skeleton;
 
 // One bone of the animation.
 struct RTM_Bone {
@@ -94,6 +94,7 @@ class KinterNew {
   // The u32 after the frame count of binarised animations (0 or 1).
   uint32_t rtm_GetBinFlag() const { return _bin_flag; }
   BisFileIO* rtm_GetIO() { return &_io; }
+  BisDLL* rtm_GetDll() const { return _dll; }
 
   // The bone's transform in that frame in model space (row form), combined with its parents';
   // null for a frame or bone out of range. Valid until the animation changes or closes.
