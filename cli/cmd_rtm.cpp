@@ -33,7 +33,7 @@ int open_rtm(KinterNew* k, RtmOptions const& o, bool quiet) {
   if (!o.skeleton.empty())
     if (int r = cli_check_input(o.skeleton)) return r;
   k->rtm_GetIO()->io_SetErrCallBack(cli_print_stderr);
-  int r = k->rtm_Open(o.in.c_str(), quiet ? cli_print_nothing : cli_print_stdout,
+  int r = k->rtm_Open(o.in.c_str(), quiet ? cli_print_stderr : cli_print_stdout,
                       o.skeleton.empty() ? nullptr : o.skeleton.c_str());
   return r ? fail(o.in, r) : 0;
 }

@@ -16,6 +16,8 @@
 #include "io/CompressType.h"
 #include "io/CompressedStruct.h"
 #include "io/CompressionEngine.h"
+#include "p3d/Morvane.h"
+#include "p3d/OdolModel.h"
 #include "text/FileStringA.h"
 
 KinterNew* BisDLL::dll_GetKinter() { return dll_slot<KinterNew>(SLOT_KINTER); }
@@ -252,8 +254,8 @@ void KinterNew::_read_binarised() {
   if (_read_version >= 4) _read_sounds();
 
   CompressType const type = array_type(_read_version);
-  uint64_t const least = _read_version >= 5 ? 5 : 4;  // a count and, in version 5, the flag byte
-  if (uint64_t(frames) + 1 > _io.io_RemainingBytes() / least)
+  // The times and each frame take at least their count (an empty array has no flag byte).
+  if (uint64_t(frames) + 1 > _io.io_RemainingBytes() / 4)
     _io.io_throw(RTMERR_FRAME, "%u frames do not fit in the file\r\n", frames);
   auto peek_count = [&] {
     _io.io_Require(4);
@@ -303,7 +305,8 @@ void KinterNew::_read_skeleton(char const* source) {
 
 void KinterNew::_skeleton_from_cfg(char const* source) {
   RTM_Skeletons skeletons;
-  if (int r = skeletons.sk_ReadConfig(_io, source)) throw static_cast<KinterErrors>(r);
+  if (int r = skeletons.sk_ReadConfig(*_dll->dll_GetRap(), source, _io.io_GetStdioCallBack()))
+    throw static_cast<KinterErrors>(r);
   for (RTM_Skeleton const& s : skeletons.sk_List()) {
     bool all = true;
     for (RTM_Bone const& b : _bones)
@@ -312,7 +315,7 @@ void KinterNew::_skeleton_from_cfg(char const* source) {
         break;
       }
     if (all) {
-      _adopt_skeleton(s);
+      _adopt_skeleton(s, true);
       return;
     }
   }
@@ -320,23 +323,32 @@ void KinterNew::_skeleton_from_cfg(char const* source) {
 }
 
 void KinterNew::_skeleton_from_p3d(char const* source) {
-  // Only the model's signature is read here: the model reader that yields a binarised model's
-  // skeleton is not part of this build yet.
-  unsigned char head[4] = {};
-  FILE* f = FileStringA(source).fs_fopen("rb");
-  size_t n = f ? std::fread(head, 1, sizeof head, f) : 0;
-  if (f) std::fclose(f);
-  if (!f) _io.io_throw(RTMERR_BAD_P3D, "%s\r\ncannot open the model\r\n", source);
-  if (n == 4 && std::memcmp(head, "MLOD", 4) == 0) throw RTMERR_P3D_UNBINARISED;
-  if (n == 4 && std::memcmp(head, "ODOL", 4) == 0)
-    _io.io_throw(RTMERR_BAD_P3D, "%s\r\nskeletons of binarised models cannot be read yet\r\n", source);
-  _io.io_throw(RTMERR_BAD_P3D, "%s\r\nnot a model\r\n", source);
+  Morvane* model = _dll->dll_GetMorvane();
+  if (int r = model->p3d_Open(source, 0, _io.io_GetStdioCallBack())) {
+    _io.io_callbackerr("%s\r\n", Morvane::ErrorString(r));
+    throw RTMERR_BAD_P3D;
+  }
+  OdolModel const* odol = model->p3d_GetOdol();
+  if (model->p3d_IsMlod() || !odol) {
+    model->Close();
+    throw RTMERR_P3D_UNBINARISED;
+  }
+  RTM_Skeleton skeleton;
+  skeleton.name = odol->skeleton();
+  for (auto const& [bone, parent] : odol->bones()) skeleton.bones.push_back({std::string(bone), std::string(parent)});
+  model->Close();
+  if (skeleton.bones.empty()) throw RTMERR_NEED_SKELETON;
+  for (RTM_Bone const& b : _bones)
+    if (!skeleton.sk_Find(b.name.c_str()))
+      _io.io_throw(RTMERR_NEED_SKELETON, "bone %s is not in the model's skeleton %s\r\n", b.name.c_str(),
+                   skeleton.name.c_str());
+  _adopt_skeleton(skeleton, false);
 }
 
-void KinterNew::_adopt_skeleton(RTM_Skeleton const& skeleton) {
+void KinterNew::_adopt_skeleton(RTM_Skeleton const& skeleton, bool respell) {
   for (RTM_Bone& b : _bones) {
     RTM_Skeleton::Bone const* entry = skeleton.sk_Find(b.name.c_str());
-    b.name = entry->name;
+    if (respell) b.name = entry->name;
     b.parent = entry->parent;
   }
   std::unordered_map<std::string, int> index;

@@ -115,7 +115,8 @@ class KinterNew {
   void _read_skeleton(char const* source);
   void _skeleton_from_cfg(char const* source);
   void _skeleton_from_p3d(char const* source);
-  void _adopt_skeleton(RTM_Skeleton const& skeleton);
+  // `respell`: the bones take the skeleton's spelling of their names.
+  void _adopt_skeleton(RTM_Skeleton const& skeleton, bool respell);
   void _check_parent_loops();
   void _to_model_space();
   RTM_Key _key(unsigned frame, unsigned bone) const;

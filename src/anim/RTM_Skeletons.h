@@ -2,7 +2,9 @@
 #include <string>
 #include <vector>
 
-class BisFileIO;
+#include "core/BisCallback.h"
+
+class Sembric;
 class rap_entry;
 
 // One skeleton: its bones in order, each with the name of its parent ("" for a root).
@@ -21,10 +23,10 @@ struct RTM_Skeleton {
 // The skeletons that a model.cfg declares in its class CfgSkeletons, in the order they appear.
 class RTM_Skeletons {
  public:
-  // Reads model.cfg text (with its includes and macros) and collects the skeletons. Returns 0,
-  // RTMERR_MODEL_CFG when the text cannot be read or parsed (the reason went to io's error
-  // callback), or RTMERR_SKELETON_CONFIG when there is no class CfgSkeletons.
-  int sk_ReadConfig(BisFileIO& io, char const* file);
+  // Reads model.cfg text (with its includes and macros) through the config binariser's reader and
+  // collects the skeletons. Returns 0, RTMERR_MODEL_CFG when the text cannot be read or parsed (the
+  // reader told the callback why), or RTMERR_SKELETON_CONFIG when there is no class CfgSkeletons.
+  int sk_ReadConfig(Sembric& reader, char const* file, BisCallback callback);
   // The same from a config tree already built.
   int sk_FromTree(rap_entry const& root);
 

@@ -225,7 +225,7 @@ TEST(RtmSkeleton, SourcesAndTheirCodes) {
        "class CfgSkeletons { class Base { skeletonBones[]={\"root\",\"\"}; };\n"
        "class S { skeletonInherit=\"Base\"; skeletonBones[]={\"arm\",\"root\",\"hand\",\"arm\"}; }; };",
        0},
-      {"an editable model", "m.p3d", "MLOD\x01", RTMERR_P3D_UNBINARISED},
+      {"a broken model", "m.p3d", "MLOD\x01", RTMERR_BAD_P3D},
       {"not a model", "x.p3d", "junk", RTMERR_BAD_P3D},
   };
   for (auto const& c : cases) {

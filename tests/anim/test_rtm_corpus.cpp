@@ -77,6 +77,35 @@ TEST(RtmCorpus, BinarisedFilesWrittenAgainAreIdentical) {
   }
 }
 
+// A binarised model's skeleton gives the parents that the model.cfg of the same skeleton gives.
+TEST(RtmCorpus, SkeletonFromModels) {
+  SKIP_WITHOUT_CORPUS();
+  std::string rtm = kCorpus + "/rtm/ace_WipeGlasses_bmtr.rtm";
+  std::string cfg = kCorpus + "/cfgtext/epochfork_dayz_code_anim_model.cfg";
+  BisDLL dll, dll2;
+  KinterNew* by_cfg = dll.dll_GetKinter();
+  KinterNew* by_model = dll2.dll_GetKinter();
+  ASSERT_EQ(by_cfg->rtm_Open(rtm.c_str(), nullptr, cfg.c_str()), 0);
+  ASSERT_EQ(by_model->rtm_Open(rtm.c_str(), nullptr, (kCorpus + "/p3d-odol/tfar_TFR_BACKPACK_odol59.p3d").c_str()), 0);
+  EXPECT_STREQ(by_model->rtm_GetSkeletonName(), "OFP2_ManSkeleton");
+  for (unsigned b = 0; b < by_cfg->rtm_GetBoneCount(); ++b) {
+    EXPECT_EQ(by_model->rtm_GetBoneParent(b), by_cfg->rtm_GetBoneParent(b)) << by_cfg->rtm_GetBoneName(b);
+    EXPECT_EQ(rtm_max_diff(*by_model->rtm_GetTransform(3, b), *by_cfg->rtm_GetTransform(3, b), true), 0);
+  }
+  struct Case {
+    char const* model;
+    int code;
+  } const cases[] = {
+      {"/p3d-odol/ace_cabletie_odol73.p3d", RTMERR_NEED_SKELETON},    // no skeleton
+      {"/p3d-odol/wwepoch_MBG_Police_Station_odol48.p3d", RTMERR_NEED_SKELETON},  // not these bones
+      {"/p3d-mlod/cba_BuildingPos.p3d", RTMERR_P3D_UNBINARISED},
+  };
+  for (auto const& c : cases) {
+    BisDLL d;
+    EXPECT_EQ(d.dll_GetKinter()->rtm_Open(rtm.c_str(), nullptr, (kCorpus + c.model).c_str()), c.code) << c.model;
+  }
+}
+
 // Editable -> binarised (parents from the model.cfg that came with the animation) -> editable. The
 // bound: a rotation element moves by at most 2e-4 beyond the source's own departure from a pure
 // rotation (16-bit quaternion parts); a position by at most 1e-3 (half precision, 2^-11 of
