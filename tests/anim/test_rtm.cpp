@@ -281,6 +281,20 @@ TEST(RtmWrite, EditableToBinarisedAndBack) {
   EXPECT_EQ(unbin.k->rtm_Create("/no/such/folder/x.rtm", 0), 6);
 }
 
+TEST(RtmWrite, EmptyAnimationsOpenAgain) {
+  for (uint32_t version : {3u, 4u, 5u}) {
+    RtmWriter w = bmtr_head(version, 0, {});
+    if (version >= 4) w.u32(0).u32(0);
+    Rtm r;
+    ASSERT_EQ(r.open(w.u32(0).b), 0) << version;
+    std::string out = rtm_tmp("empty.rtm");
+    for (int kind : {0, 1}) {
+      ASSERT_EQ(r.k->rtm_Create(out.c_str(), kind), 0) << version;
+      EXPECT_EQ(Rtm().open(rtm_read(out)), 0) << version << " kind " << kind;
+    }
+  }
+}
+
 TEST(RtmWrite, RemovingABoneKeepsItsChildrenInPlace) {
   std::string cfg = rtm_write("two.cfg", kTwoSkeletons);
   Rtm r;
