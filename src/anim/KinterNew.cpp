@@ -324,7 +324,8 @@ void KinterNew::_skeleton_from_cfg(char const* source) {
 
 void KinterNew::_skeleton_from_p3d(char const* source) {
   Morvane* model = _dll->dll_GetMorvane();
-  if (int r = model->p3d_Open(source, 0, _io.io_GetStdioCallBack())) {
+  // The model's own progress lines (its header fields) say nothing about the animation.
+  if (int r = model->p3d_Open(source, 0, nullptr)) {
     _io.io_callbackerr("%s\r\n", Morvane::ErrorString(r));
     throw RTMERR_BAD_P3D;
   }
