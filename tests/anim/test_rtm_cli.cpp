@@ -32,7 +32,7 @@ TEST(RtmCli, CommandsAndTheirStatuses) {
   RtmBytes text = rtm_text({"root", "arm"}, {id, up}, 2);
   std::string in = rtm_write("cli.rtm", std::string(text.begin(), text.end()));
   std::string cfg = rtm_write("cli.cfg", "class CfgSkeletons { class S { skeletonBones[]={\"root\",\"\",\"arm\",\"root\"}; }; };");
-  std::string bin = rtm_tmp("cli.bin"), back = rtm_tmp("cli_back.rtm");
+  std::string bin = rtm_tmp("cli.bin");
   std::remove(bin.c_str());
   struct Case {
     std::string args;
@@ -47,7 +47,7 @@ TEST(RtmCli, CommandsAndTheirStatuses) {
       {"rtm info '" + bin + "' --skeleton '" + cfg + "'", 0, "bone 1 arm (parent root)"},
       {"rtm pose '" + bin + "' --frame 1 --skeleton '" + cfg + "'", 0, "arm"},
       {"rtm pose '" + bin + "' --frame 2", 12, "frame 2 is outside 0..1"},
-      {"rtm unbin '" + bin + "' '" + back + "' --skeleton '" + cfg + "'", 0, ""},
+      {"rtm unbin '" + bin + "' - --skeleton '" + cfg + "'", 0, "RTM_0101"},
       {"rtm info '" + cfg + "'", 11, "RTM unknown signature (11)"},
       {"rtm info /no/such.rtm", 3, "/no/such.rtm"},
   };
@@ -56,11 +56,5 @@ TEST(RtmCli, CommandsAndTheirStatuses) {
     EXPECT_EQ(r.status, c.status) << c.args << "\n" << r.err;
     EXPECT_NE((c.status ? r.err : r.out).find(c.out), std::string::npos) << c.args << "\n" << r.out << r.err;
   }
-  // The editable output holds the arm one unit up, as the input did.
-  RtmBytes out = rtm_read(back);
-  ASSERT_EQ(out.size(), text.size());
-  float y;
-  std::memcpy(&y, &out[28 + 64 + 4 + 80 + 32 + 40], 4);
-  EXPECT_NEAR(y, 1.0f, 1e-3);
 }
 }  // namespace
