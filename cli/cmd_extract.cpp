@@ -114,7 +114,8 @@ int run_extract(ExtractOptions const& o) {
 
   int flags = (o.decode ? Vendrak::EXTRACT_DECODE_CONFIGS : 0) | (o.quiet ? Vendrak::EXTRACT_QUIET : 0) |
               (o.sha_message ? Vendrak::EXTRACT_SHA_MESSAGE : 0) |
-              (o.strict ? Vendrak::EXTRACT_WARNINGS_ARE_ERRORS : 0) | (o.no_tabs ? Vendrak::EXTRACT_NO_TABS : 0);
+              (o.strict ? Vendrak::EXTRACT_WARNINGS_ARE_ERRORS : 0) | (o.no_tabs ? Vendrak::EXTRACT_NO_TABS : 0) |
+              (o.force ? Vendrak::EXTRACT_FORCE : 0);
   bool bar_shown = !o.quiet && isatty(STDERR_FILENO);
   ProgressBar bar(bar_shown);
   g_state = ExtractState{bar_shown ? &bar : nullptr, bar_shown && isatty(STDOUT_FILENO), false, 0, 0};
@@ -149,6 +150,7 @@ CommandRegistrar extract_command({"extract", "Unpack an archive into a folder", 
       ->allow_extra_args(false);
   sub.add_flag("--decode-configs", o->decode, "Write binarised configs as text (config.bin becomes config.cpp)");
   sub.add_flag("-q,--quiet", o->quiet, "No properties report, per-file lines, progress or summary");
+  sub.add_flag("-f,--force", o->force, "Replace files in the destination whose content differs from the entries");
   sub.add_flag("--warnings-as-errors", o->strict, "Fail on warnings (residual bytes, nothing extracted)");
   sub.add_flag("--no-tabs", o->no_tabs, "Indent decoded configs with spaces instead of tabs");
   sub.add_flag("--sha-message", o->sha_message, "Say when the SHA-1 trailer is being verified");

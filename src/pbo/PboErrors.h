@@ -44,4 +44,6 @@ enum PboErrors : int {
   // An entry (or the archive's prefix) names a place outside the destination folder: an absolute
   // path, a drive letter, ".." climbing above the folder, or a symbolic link on the way.
   PBO_NAME_ESCAPES = 52,
+  // A file the extraction would write already exists with other content (and force is off).
+  PBO_WOULD_OVERWRITE = 53,
 };

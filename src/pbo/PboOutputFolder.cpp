@@ -4,8 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <atomic>
 #include <cctype>
 #include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <memory>
 #include <filesystem>
 #include <system_error>
 
@@ -117,72 +122,144 @@ int PboOutputFolder::pof_MakeFolder() {
   return 0;
 }
 
-int PboOutputFolder::pof_WriteFile(std::vector<std::string> const& rel, void const* data, uint64_t size,
-                                   time_t stamp) {
+int PboOutputFolder::pof_Folder(std::vector<std::string> const& rel, int& dir_fd) {
   if (rel.empty()) return PBO_NAME_ESCAPES;
   if (int r = pof_MakeFolder()) return r;
-
   std::string key;
   for (size_t i = 0; i + 1 < rel.size(); ++i) {
     key += rel[i];
     key += '/';
   }
-  int dir_fd = _base_fd;
-  if (!key.empty()) {
-    auto found = _folders.find(key);
-    if (found != _folders.end()) {
-      dir_fd = found->second;
-    } else {
-      // A bounded set of open folders: archives keep a folder's files together, but not always.
-      if (_folders.size() >= kMaxOpenFolders) _close_folders();
-      if (int r = _walk(_base_fd, rel, rel.size() - 1, dir_fd)) return r;
-      _folders.emplace(std::move(key), dir_fd);
-    }
+  dir_fd = _base_fd;
+  if (key.empty()) return 0;
+  auto found = _folders.find(key);
+  if (found != _folders.end()) {
+    dir_fd = found->second;
+    return 0;
   }
+  // A bounded set of open folders: archives keep a folder's files together, but not always.
+  if (_folders.size() >= kMaxOpenFolders) _close_folders();
+  if (int r = _walk(_base_fd, rel, rel.size() - 1, dir_fd)) return r;
+  _folders.emplace(std::move(key), dir_fd);
+  return 0;
+}
 
-  // A fresh file rather than a truncated one: an existing hard link keeps its old bytes, and a
-  // link standing where the file goes is refused rather than followed.
-  char const* leaf = rel.back().c_str();
-  int const mode = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
-  int fd = ::openat(dir_fd, leaf, mode, 0666);
-  if (fd < 0 && errno == EEXIST) {
-    struct stat st;
-    if (::fstatat(dir_fd, leaf, &st, AT_SYMLINK_NOFOLLOW) == 0) {
-      if (S_ISLNK(st.st_mode)) return PBO_NAME_ESCAPES;
-      if (S_ISDIR(st.st_mode)) {
-        _errno = EISDIR;
-        return GE_CANNOT_WRITE;
-      }
-      ::unlinkat(dir_fd, leaf, 0);
-    }
-    fd = ::openat(dir_fd, leaf, mode, 0666);
-  }
-  if (fd < 0) {
-    _errno = errno;
-    return errno == ELOOP ? static_cast<int>(PBO_NAME_ESCAPES) : static_cast<int>(GE_CANNOT_WRITE);
-  }
-  auto const* p = static_cast<uint8_t const*>(data);
-  uint64_t left = size;
+int PboOutputFolder::pof_WriteFile(std::vector<std::string> const& rel, void const* data, uint64_t size,
+                                   time_t stamp, bool force) {
+  int dir_fd = -1;
+  if (int r = pof_Folder(rel, dir_fd)) return r;
+  Put p = pof_Put(dir_fd, rel.back().c_str(), data, size, stamp, force);
+  if (p.result) _errno = p.error;
+  return p.result;
+}
+
+namespace {
+int write_all(int fd, uint8_t const* p, uint64_t left, PboOutputFolder::Put& put) {
   while (left) {
     size_t chunk = left > (1u << 30) ? (1u << 30) : static_cast<size_t>(left);
     ssize_t w = ::write(fd, p, chunk);
     if (w < 0 && errno == EINTR) continue;
     if (w <= 0) {
-      _errno = w < 0 ? errno : EIO;
-      ::close(fd);
+      // EFAULT: the bytes came from a mapped file that has since lost them.
+      put.fault = w < 0 && errno == EFAULT;
+      put.error = w < 0 ? errno : EIO;
       return GE_CANNOT_WRITE;
     }
     p += w;
     left -= static_cast<uint64_t>(w);
   }
-  struct timespec times[2];
-  times[0].tv_sec = times[1].tv_sec = stamp;
-  times[0].tv_nsec = times[1].tv_nsec = 0;
-  int dated = ::futimens(fd, times);
-  int saved = errno;
-  if (::close(fd) != 0 || dated != 0) {
-    _errno = dated != 0 ? saved : errno;
-    return GE_CANNOT_WRITE;
-  }
   return 0;
+}
+
+// Whether the regular file `leaf` holds exactly these bytes.
+bool same_content(int dir_fd, char const* leaf, uint64_t file_size, uint8_t const* data, uint64_t size) {
+  if (file_size != size) return false;
+  int fd = ::openat(dir_fd, leaf, O_RDONLY | O_NOFOLLOW | O_CLOEXEC);
+  if (fd < 0) return false;
+  static constexpr size_t kChunk = 1 << 20;
+  std::unique_ptr<uint8_t[]> buf(new uint8_t[kChunk]);
+  bool same = true;
+  for (uint64_t at = 0; same && at < size;) {
+    size_t want = static_cast<size_t>(std::min<uint64_t>(kChunk, size - at));
+    ssize_t n = ::pread(fd, buf.get(), want, static_cast<off_t>(at));
+    if (n < 0 && errno == EINTR) continue;
+    same = n > 0 && std::memcmp(buf.get(), data + at, static_cast<size_t>(n)) == 0;
+    at += n > 0 ? static_cast<uint64_t>(n) : 0;
+  }
+  ::close(fd);
+  return same;
+}
+
+// A hidden name in the same folder, so that the rename stays on one file system.
+int create_temporary(int dir_fd, std::string& name) {
+  static std::atomic<uint32_t> counter{0};
+  for (int attempt = 0; attempt < 100; ++attempt) {
+    char buf[48];
+    std::snprintf(buf, sizeof buf, ".vdk-%x-%x.tmp", static_cast<unsigned>(::getpid()),
+                  static_cast<unsigned>(counter.fetch_add(1)));
+    int fd = ::openat(dir_fd, buf, O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666);
+    if (fd >= 0 || errno != EEXIST) {
+      name = buf;
+      return fd;
+    }
+  }
+  return -1;
+}
+}  // namespace
+
+PboOutputFolder::Put PboOutputFolder::pof_Put(int dir_fd, char const* leaf, void const* data, uint64_t size,
+                                              time_t stamp, bool force) {
+  Put put;
+  auto const* bytes = static_cast<uint8_t const*>(data);
+  struct stat st;
+  if (::fstatat(dir_fd, leaf, &st, AT_SYMLINK_NOFOLLOW) == 0) {
+    // A link standing where the file goes is refused rather than followed or replaced.
+    if (S_ISLNK(st.st_mode)) {
+      put.result = PBO_NAME_ESCAPES;
+      return put;
+    }
+    if (S_ISDIR(st.st_mode)) {
+      put.result = GE_CANNOT_WRITE;
+      put.error = EISDIR;
+      return put;
+    }
+    if (S_ISREG(st.st_mode) && same_content(dir_fd, leaf, static_cast<uint64_t>(st.st_size), bytes, size)) {
+      put.kept = true;
+      return put;
+    }
+    if (!force) {
+      put.result = PBO_WOULD_OVERWRITE;
+      return put;
+    }
+  }
+
+  std::string temp;
+  int fd = create_temporary(dir_fd, temp);
+  if (fd < 0) {
+    put.result = GE_CANNOT_WRITE;
+    put.error = errno;
+    return put;
+  }
+  put.result = write_all(fd, bytes, size, put);
+  if (!put.result) {
+    struct timespec times[2];
+    times[0].tv_sec = times[1].tv_sec = stamp;
+    times[0].tv_nsec = times[1].tv_nsec = 0;
+    if (::futimens(fd, times) != 0) {
+      put.result = GE_CANNOT_WRITE;
+      put.error = errno;
+    }
+  }
+  if (::close(fd) != 0 && !put.result) {
+    put.result = GE_CANNOT_WRITE;
+    put.error = errno;
+  }
+  // The rename replaces a name, never what a name points to: a link put there meanwhile is
+  // replaced, not followed.
+  if (!put.result && ::renameat(dir_fd, temp.c_str(), dir_fd, leaf) != 0) {
+    put.result = GE_CANNOT_WRITE;
+    put.error = errno;
+  }
+  if (put.result) ::unlinkat(dir_fd, temp.c_str(), 0);
+  return put;
 }

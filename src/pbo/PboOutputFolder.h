@@ -29,11 +29,28 @@ class PboOutputFolder {
 
   // Creates the root and the base components. 0, 16 (cannot make folder) or 52 (a link in the way).
   int pof_MakeFolder();
-  // Writes one file below the base, creating its folders, and dates it. 0, 6 (cannot write),
-  // 16 (cannot make folder) or 52 (a link in the way).
-  int pof_WriteFile(std::vector<std::string> const& rel, void const* data, uint64_t size, time_t stamp);
+  // Writes one file below the base, creating its folders, and dates it (pof_Folder then pof_Put).
+  // 0, 6 (cannot write), 16 (cannot make folder), 52 (a link in the way) or 53 (a different file
+  // is there and `force` is off).
+  int pof_WriteFile(std::vector<std::string> const& rel, void const* data, uint64_t size, time_t stamp,
+                    bool force = false);
+  // Opens (creating) the folders of `rel` but its last component; `dir_fd` stays this object's and
+  // is valid until the next call.
+  int pof_Folder(std::vector<std::string> const& rel, int& dir_fd);
   // The system error of the last failure.
   int pof_LastErrno() const { return _errno; }
+
+  // What pof_Put found and did.
+  struct Put {
+    int result = 0;      // as pof_WriteFile
+    int error = 0;       // the system error of a failure
+    bool kept = false;   // an identical file was already there and was left alone
+    bool fault = false;  // the source bytes could not be read (their file shrank)
+  };
+  // Writes `leaf` in the open folder `dir_fd`: to a fresh temporary file beside it, dated, then
+  // renamed over the name, so that a failure never leaves a partial file. An identical file is left
+  // as it is; a different one is replaced only with `force`. Safe to call from several threads.
+  static Put pof_Put(int dir_fd, char const* leaf, void const* data, uint64_t size, time_t stamp, bool force);
 
  private:
   int _open_root();

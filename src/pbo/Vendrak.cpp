@@ -2,6 +2,7 @@
 
 #include <openssl/evp.h>
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <new>
@@ -11,6 +12,7 @@
 #include "core/BisDLL.h"
 #include "core/GenericError.h"
 #include "core/GuardedCall.h"
+#include "pbo/PboDigest.h"
 #include "pbo/VendrakImpl.h"
 
 Vendrak* BisDLL::dll_GetVendrak() { return dll_slot<Vendrak>(SLOT_VENDRAK); }
@@ -127,6 +129,7 @@ char const* Vendrak::ErrorString(int code) {
     case 48: return "missing land_class(es)";
     case 51: return "roadslib.cfg has an error";
     case 52: return "Pbo entry name escapes the destination folder";
+    case 53: return "Pbo entry would overwrite a different file";
     default: return GenericError::ErrorString(code);
   }
 }
@@ -138,6 +141,9 @@ void Vendrak::ClosePbo() {
   _impl->properties.DeleteAllChain();
   _impl->report.Clear();
   _impl->io.io_CloseInput();
+  _impl->map.mf_Close();
+  _impl->sha_pending = false;
+  _impl->shrink_reported = false;
   _impl->kind = 0;
   _impl->strange = 0;
   _impl->data_start = _impl->data_end = 0;
@@ -166,17 +172,29 @@ int Vendrak::_open(char const* name, BisCallback callback, int flags) {
     base.fs_RemoveExt();
   }
   for (char const* ext : kArchiveExtensions) candidates.push_back(std::string(base.c_str()) + "." + ext);
+  // The archive is mapped rather than read, so that a big one costs address space, not memory;
+  // one that cannot be mapped is read whole.
   time_t date = 0;
   for (auto const& c : candidates) {
+    int e = s.map.mf_Open(c.c_str());
+    if (e == 0) {
+      s.io.io_OpenPseudoFile(s.map.mf_Data(), s.map.mf_Size());
+      date = s.map.mf_Date();
+      s.archive_name = c.c_str();
+      break;
+    }
+    if (e != EINVAL && e != EMFILE) continue;
     date = s.io.io_OpenFile(c.c_str(), nullptr, 0);
-    if (date) break;
+    if (date) {
+      s.archive_name = s.io.io_GetOpenedFileName();
+      break;
+    }
   }
-  if (!date) {
+  if (!s.io.io_ReadActive()) {
     s.io.io_CloseInput();
     return GE_INVALID_FILE;
   }
   s.file_date = date;
-  s.archive_name = s.io.io_GetOpenedFileName();
   s.report.Format("///<'%s' properties via Ostrel's tools, dll version %s>///\r\n", s.archive_name.c_str(),
                   BisDLL::dll_GetVersionStr());
 
@@ -187,6 +205,10 @@ int Vendrak::_open(char const* name, BisCallback callback, int flags) {
     ClosePbo();
     throw;
   }
+  if (int t = _check_shrunk()) {
+    ClosePbo();
+    return t;
+  }
   if (r) s.io.io_callbackerr("\n");
   _build_kind_report();
   if (!(flags & OPEN_NO_REPORT)) s.io.io_callback("%s", s.report.c_str());
@@ -194,15 +216,9 @@ int Vendrak::_open(char const* name, BisCallback callback, int flags) {
   switch (r) {
     case 0:
       return 0;
-    case PBO_CORRUPTED_SHA: {
-      char calc[41], stored[41];
-      hex_upper(s.sha_computed, 20, calc);
-      hex_upper(s.sha_stored, 20, stored);
-      s.io.io_throw(0, "Warning: Bad Sha detected\r\n");
-      s.io.io_throw(0, "Warning: calculated='%s'\r\n", calc);
-      s.io.io_throw(0, "Warning: should be= '%s'\r\n", stored);
+    case PBO_CORRUPTED_SHA:
+      _report_bad_sha();
       return PBO_CORRUPTED_SHA;
-    }
     case PBO_RESIDUAL_BYTES:
       if (s.io.io_get_warnings_are_errors()) return r;
       s.io.io_callbackerr("%s\r\n", ErrorString(PBO_RESIDUAL_BYTES));
@@ -215,6 +231,34 @@ int Vendrak::_open(char const* name, BisCallback callback, int flags) {
       ClosePbo();
       return r;
   }
+}
+
+void Vendrak::_report_bad_sha() {
+  Impl& s = *_impl;
+  char calc[41], stored[41];
+  hex_upper(s.sha_computed, 20, calc);
+  hex_upper(s.sha_stored, 20, stored);
+  s.io.io_throw(0, "Warning: Bad Sha detected\r\n");
+  s.io.io_throw(0, "Warning: calculated='%s'\r\n", calc);
+  s.io.io_throw(0, "Warning: should be= '%s'\r\n", stored);
+}
+
+int Vendrak::_check_shrunk() {
+  Impl& s = *_impl;
+  if (!s.map.mf_Shrunk()) return 0;
+  if (!s.shrink_reported)
+    s.io.io_callbackerr("%s: the archive shrank while it was being read\r\n", s.archive_name.c_str());
+  s.shrink_reported = true;
+  return GE_EOF;
+}
+
+int Vendrak::_finish_pending_sha(PboDigest& digest) {
+  Impl& s = *_impl;
+  if (!s.sha_pending) return 0;
+  s.sha_pending = false;
+  if (!digest.pd_Finish(s.sha_computed)) throw "sha1 computation failed";
+  if (int t = _check_shrunk()) return t;
+  return std::memcmp(s.sha_stored, s.sha_computed, 20) == 0 ? 0 : PBO_CORRUPTED_SHA;
 }
 
 int Vendrak::_parse_header(int flags) {
@@ -296,13 +340,15 @@ int Vendrak::_read_properties() {
 
 void Vendrak::_compute_sha(uint64_t data_end) {
   Impl& s = *_impl;
+  if (!s.io.io_IsHuge()) {
+    if (!PboDigest::pd_Compute(s.io.io_GetRawData(), data_end, s.sha_computed)) throw "sha1 computation failed";
+    return;
+  }
   EVP_MD_CTX* ctx = EVP_MD_CTX_new();
   if (!ctx) throw GE_NO_MEMORY;
   unsigned int len = 0;
   bool ok = EVP_DigestInit_ex(ctx, EVP_sha1(), nullptr) == 1;
-  if (ok && !s.io.io_IsHuge()) {
-    ok = EVP_DigestUpdate(ctx, s.io.io_GetRawData(), data_end) == 1;
-  } else if (ok) {
+  if (ok) {
     // A streamed archive is hashed in slices.
     uint64_t keep = s.io.io_MoveTo(0);
     std::vector<uint8_t> slice(1 << 20);
@@ -332,8 +378,14 @@ int Vendrak::_check_trailer(uint64_t data_end, int flags) {
     else if ((s.kind & 0xF000) == 0)
       s.kind = KIND_ARMA_NO_PREFIX;
     if (flags & OPEN_SHA_MESSAGE) io.io_callback("Verifying sha\r\n");
+    bool lead_ok = io.io_ReadByte() == 0;
+    if (lead_ok && s.defer_sha && !io.io_IsHuge()) {
+      io.io_ReadBlock(s.sha_stored, 20);
+      s.sha_pending = true;  // the extraction hashes while it writes
+      return 0;
+    }
     _compute_sha(data_end);
-    if (io.io_ReadByte() != 0) return PBO_CORRUPTED_SHA;
+    if (!lead_ok) return PBO_CORRUPTED_SHA;
     io.io_ReadBlock(s.sha_stored, 20);
     return std::memcmp(s.sha_stored, s.sha_computed, 20) == 0 ? 0 : PBO_CORRUPTED_SHA;
   }

@@ -2,6 +2,8 @@
 #include <cstdint>
 #include <ctime>
 #include <memory>
+#include <string>
+#include <vector>
 
 #include "core/BisCallback.h"
 #include "pbo/PboErrors.h"
@@ -10,7 +12,9 @@
 
 class BisDLL;
 class BisFileIO;
+class PboDigest;
 class PboOutputFolder;
+class PboWriterPool;
 class GenString;
 class TokenPair;
 
@@ -45,6 +49,8 @@ class Vendrak : public Chains {
   static constexpr int EXTRACT_WARNINGS_ARE_ERRORS = 32;
   static constexpr int EXTRACT_NO_TABS = 64;
   static constexpr int EXTRACT_KEEP_DATA = 128;
+  // Replace existing files whose content differs (otherwise each is refused with 53).
+  static constexpr int EXTRACT_FORCE = 256;
 
   explicit Vendrak(BisDLL* dll);
   ~Vendrak() override;
@@ -104,6 +110,9 @@ class Vendrak : public Chains {
   int _read_properties();
   int _check_trailer(uint64_t data_end, int flags);
   void _compute_sha(uint64_t data_end);
+  void _report_bad_sha();
+  int _check_shrunk();
+  int _finish_pending_sha(PboDigest& digest);
   void _build_kind_report();
   int _content_class() const;
   void _read_entry(pbo_entry* entry, unsigned flags, bool decode);
@@ -113,6 +122,74 @@ class Vendrak : public Chains {
                      GenString& message);
   int _extract_step(unsigned flags, char const* files, char const* destination);
   int _write_entry(pbo_entry* entry, unsigned flags, char const* output_name, PboOutputFolder& out);
+  int _put_entry(pbo_entry* entry, unsigned flags, char const* output, std::vector<std::string> const& parts,
+                 PboOutputFolder& out, std::unique_ptr<PboWriterPool>& pool);
+  int _put_outcome(char const* name, char const* output, int result, int error, bool fault);
+  int _collect(PboWriterPool& pool, bool wait, bool& refused, bool& kept_other);
   int _write_prefix_file(unsigned flags, PboOutputFolder& out);
   void _list(unsigned flags);
+
+  // ---- prefix and properties files, making archives ---------------------------
+ public:
+  // Creation modes of pbo_Make and pbo_Create.
+  static constexpr int MAKE_PROCESS_CONTENT = 0x1;  // binarise configs, validate the road library
+  static constexpr int MAKE_COMPRESS = 0x20;
+  static constexpr int MAKE_STYLE_MASK = 0x1ff80;
+  static constexpr int MAKE_STYLE_RESISTANCE = 128;
+  static constexpr int MAKE_STYLE_ARMA_NO_SHA = 256;
+  static constexpr int MAKE_STYLE_ELITE = 512;
+  static constexpr int MAKE_STYLE_ARMA = 1024;
+  static constexpr int MAKE_EXT_MASK = 0x3000;  // 0x1000 or 0x2000: "xbo"
+  static constexpr int MAKE_ACCEPT_MLOD = 0x40000;
+  static constexpr int MAKE_DROP_NAME_PREFIX = 0x80000;
+  static constexpr int MAKE_REPRODUCIBLE = 0x2000000;
+  static constexpr int MAKE_WARNINGS_ARE_ERRORS = 0x4000000;
+
+  int pbo_ParsePrefixFile(char const* path);
+  int pbo_WriteParsedPrefixFile(char const* path);
+  void pbo_SetProperty(char const* name, char const* value);
+  void pbo_SetProperty(TokenPair* pair);
+  char const* pbo_SetPrefix(char const* prefix);
+  // The prefix the last parsed prefix file or pbo_SetPrefix gave (backslashes), empty when none.
+  char const* pbo_GetPrefixPath() const;
+
+  int pbo_Make(char const* source, int mode, char const* prefix, BisCallback callback, char const* destination,
+               char const* ignore_compression, char const* exclude);
+  int pbo_Create(char const* name, int mode, char const* prefix, BisCallback callback);
+  int pbo_AddOrReplaceFile(char const* entry_name, char const* path, unsigned int mode, pbo_entry** result = nullptr);
+  void pbo_WriteHeaderEntry(pbo_entry* entry);
+  int pbo_WriteDataBlockAndClose(bool progress = true);
+  int pbo_CreateCopy(char const* name, unsigned int mode);
+  void pbo_CreateTempEntry(pbo_entry* entry);
+  void pbo_DeleteTempEntry(pbo_entry* entry);
+  static char const* pbo_GetDefaultExcludeList();
+  static char const* pbo_GetDefaultIgnoreCompressionList(int which = 0);
+  // The archive pbo_Make would write for these arguments (folder, name from PboName.h, extension).
+  char const* pbo_MakeOutputName(char const* source, int mode, char const* destination);
+  // The archive the last successful pbo_Make or pbo_WriteDataBlockAndClose wrote.
+  char const* pbo_GetMadeName() const;
+  // Checks a parsed road library; the tree's mixed-case paths are lower-cased in place.
+  bool pbo_ValidateRoadTree(class rap_entry* root);
+  bool pbo_ValidateRoadLibrary(char const* path);
+  // Folders the binariser searches for #include files when configs are binarised (mode bit 0x1).
+  void pbo_AddIncludeFolder(char const* folder);
+
+ private:
+  struct Maker;
+  std::shared_ptr<Maker> _maker;  // created on first use; shared_ptr so this header needs no definition
+  Maker& _make_state();
+  int _make(char const* source, int mode, char const* prefix, char const* destination, char const* ignore,
+            char const* exclude);
+  int _create(char const* write_path, int mode);
+  int _add_file(char const* entry_name, char const* path, unsigned mode, pbo_entry** result, bool compress_now);
+  void _compress_entry(pbo_entry* entry);
+  void _compress_pending();
+  void _write_properties_record();
+  void _emit(void const* data, uint64_t size);
+  void _write_entry_data(pbo_entry* entry);
+  int _finish_archive();
+  struct Scan;
+  int _scan_folder(Scan& scan, char const* folder, char const* relative);
+  int _judge_scan(Scan const& scan);
+  int _binarise_config(pbo_entry* entry, char const* path);
 };

@@ -1,4 +1,7 @@
 // Extraction and listing of an opened archive.
+#include <fcntl.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <ctime>
@@ -9,6 +12,8 @@
 #include "config/Kaltor.h"
 #include "core/BisDLL.h"
 #include "core/GuardedCall.h"
+#include "pbo/PboDigest.h"
+#include "pbo/PboWriterPool.h"
 #include "pbo/VendrakImpl.h"
 #include "text/BisTokens.h"
 
@@ -45,7 +50,19 @@ int Vendrak::pbo_Extract(char const* name, BisCallback callback, int flags, char
   return _guarded([&]() -> int {
     Impl& s = *_impl;
     unsigned f = static_cast<unsigned>(flags);
-    int r = _open(name, callback, flags);
+    // Unless a bad digest must stop the extraction before it starts, the archive is hashed on a
+    // second thread while its entries are written.
+    s.defer_sha = !(f & (EXTRACT_WARNINGS_ARE_ERRORS | EXTRACT_LIST_ONLY));
+    int r;
+    try {
+      r = _open(name, callback, flags);
+    } catch (...) {
+      s.defer_sha = false;
+      throw;
+    }
+    s.defer_sha = false;
+    PboDigest digest;
+    if (s.sha_pending) digest.pd_Start(s.io.io_GetRawData(), s.data_end);
     bool bad_sha = false;
     if (r == PBO_CORRUPTED_SHA) {
       if (f & EXTRACT_WARNINGS_ARE_ERRORS) {
@@ -67,8 +84,21 @@ int Vendrak::pbo_Extract(char const* name, BisCallback callback, int flags, char
         pbo_ReportStrangeValues();
         r = 0;
       }
+      if (int h = _finish_pending_sha(digest)) {
+        if (h == PBO_CORRUPTED_SHA) {
+          _report_bad_sha();
+          s.io.io_throw(0, "Warning: Content extracted regardless\r\n");
+          bad_sha = true;
+        } else if (!r) {
+          r = h;
+        }
+      }
     } catch (...) {
+      digest.pd_Finish(s.sha_computed);  // the hashing thread reads the mapping about to go
+      // Whatever failed on the way, an archive that lost its bytes says so.
+      int t = _check_shrunk();
       ClosePbo();
+      if (t) return t;
       throw;
     }
     ClosePbo();
@@ -136,7 +166,13 @@ int Vendrak::_extract_step(unsigned flags, char const* files, char const* destin
 
   uint64_t total = s.data_end - s.data_start, done = 0;
   uint64_t extracted = 0;
-  bool refused = false;
+  bool refused = false, kept_other = false;
+  // Entries are written straight from the mapped archive, packed ones expanded on helper threads,
+  // unless their data has to pass through the entry (decoded configs, data kept in memory).
+  bool direct = s.map.mf_IsOpen() && !(flags & (EXTRACT_DECODE_CONFIGS | EXTRACT_KEEP_DATA));
+  std::unique_ptr<PboWriterPool> pool;
+  static constexpr uint64_t kPopulateStep = 32u << 20;
+  uint64_t populated = s.data_start;
   std::vector<std::string> parts;
   for (pbo_entry* e = pbo_GetFirstEntry(); e; e = e->GetNext()) {
     char const* name = e->pbe_GetFilename();
@@ -157,14 +193,31 @@ int Vendrak::_extract_step(unsigned flags, char const* files, char const* destin
       refused = true;
       continue;
     }
-    int r = _write_entry(e, flags, output.c_str(), out);
-    if (r == PBO_NAME_ESCAPES) {
-      io.io_callbackerr("'%s': %s (a symbolic link is in the way)\r\n", name, ErrorString(PBO_NAME_ESCAPES));
-      refused = true;
+    if (direct) {
+      // The pages of the next stretch of the data block are mapped in ahead of the writes.
+      uint64_t begin = s.data_start + e->pbe_GetDataOffset(), end = begin + e->pbe_GetStoredDataSize();
+      if (end > populated) {
+        uint64_t from = std::max(begin, populated);
+        s.map.mf_WillRead(from, end - from + kPopulateStep);
+        populated = end + kPopulateStep;
+      }
+    }
+    int r = direct && !e->pbe_HasData() ? _put_entry(e, flags, output.c_str(), parts, out, pool)
+                                        : _write_entry(e, flags, output.c_str(), out);
+    if (!r && pool) r = _collect(*pool, false, refused, kept_other);
+    if (int t = _check_shrunk()) r = t;
+    if (r == PBO_NAME_ESCAPES || r == PBO_WOULD_OVERWRITE) {  // named already; the others go on
+      (r == PBO_NAME_ESCAPES ? refused : kept_other) = true;
       continue;
     }
     if (r) return r;
     ++extracted;
+  }
+  if (pool) {
+    int r = _collect(*pool, true, refused, kept_other);
+    if (int t = _check_shrunk()) r = t;
+    if (r) return r;
+    pool.reset();
   }
   // The closing call says how many bytes of the data block the chosen entries held.
   if (s.hook) s.hook(s.hook_context, done, total, "");
@@ -180,11 +233,15 @@ int Vendrak::_extract_step(unsigned flags, char const* files, char const* destin
     }
     if (write) {
       int r = _write_prefix_file(flags, out);
-      if (r && (flags & EXTRACT_WARNINGS_ARE_ERRORS)) return r;
+      if (r == PBO_WOULD_OVERWRITE)
+        kept_other = true;
+      else if (r && (flags & EXTRACT_WARNINGS_ARE_ERRORS))
+        return r;
     }
   }
 
   if (refused) return PBO_NAME_ESCAPES;
+  if (kept_other) return PBO_WOULD_OVERWRITE;
   if (!extracted) {
     if (flags & EXTRACT_WARNINGS_ARE_ERRORS) return PBO_NOTHING_TO_EXTRACT;
     io.io_throw(0, "Warning: no file(s) to extract\r\n");
@@ -210,11 +267,99 @@ int Vendrak::_write_entry(pbo_entry* entry, unsigned flags, char const* output_n
   std::vector<std::string> parts;
   PboOutputFolder::pof_SplitRelative(output.c_str(), parts);
   time_t stamp = entry->pbe_GetTimeStamp() ? static_cast<time_t>(entry->pbe_GetTimeStamp()) : s.file_date;
-  int r = out.pof_WriteFile(parts, entry->pbe_GetData(), entry->pbe_GetDataSize(), stamp);
-  if (r == PBO_CANNOT_MAKE_FOLDER || r == GE_CANNOT_WRITE)
-    io.io_callbackerr("%s\r\n%s\r\n", std::strerror(out.pof_LastErrno()), output.c_str());
+  int r = out.pof_WriteFile(parts, entry->pbe_GetData(), entry->pbe_GetDataSize(), stamp, flags & EXTRACT_FORCE);
+  r = _put_outcome(entry->pbe_GetFilename(), output.c_str(), r, out.pof_LastErrno(), false);
   if (!(flags & EXTRACT_KEEP_DATA)) entry->pbe_FreeData();
   return r;
+}
+
+// Writes an entry from the mapped archive without making it the entry's data: stored bytes go
+// straight to the file, packed ones are expanded into a reused buffer, on a helper thread when the
+// pool has one free.
+int Vendrak::_put_entry(pbo_entry* entry, unsigned flags, char const* output, std::vector<std::string> const& parts,
+                        PboOutputFolder& out, std::unique_ptr<PboWriterPool>& pool) {
+  Impl& s = *_impl;
+  BisFileIO& io = s.io;
+  bool packed = entry->_method != pbo_entry::kStored;
+  if (packed) {
+    io.io_callback(" (decompressed/decrypted)");
+    if (entry->_method != pbo_entry::kCompressed) throw PBO_UNKNOWN_HEADER_TYPE;
+  }
+  io.io_callback("\r\n");
+  uint8_t const* bytes = s.map.mf_Data() + s.data_start + entry->_offset;
+  uint64_t stored = entry->_stored_size;
+
+  int dir_fd = -1;
+  if (int r = out.pof_Folder(parts, dir_fd))
+    return _put_outcome(entry->pbe_GetFilename(), output, r, out.pof_LastErrno(), false);
+  time_t stamp = entry->pbe_GetTimeStamp() ? static_cast<time_t>(entry->pbe_GetTimeStamp()) : s.file_date;
+  bool force = flags & EXTRACT_FORCE;
+  if (!packed || !entry->pbe_iscompressed()) {
+    PboOutputFolder::Put p = PboOutputFolder::pof_Put(dir_fd, parts.back().c_str(), bytes, stored, stamp, force);
+    return _put_outcome(entry->pbe_GetFilename(), output, p.result, p.error, p.fault);
+  }
+  uint64_t original = entry->_original_size;
+  if (original > cmp_ExpandLimit(stored, CT_LZSS)) throw PBO_COMPRESSION_ERROR;
+  // Helpers take entries up to this size, each into a buffer of its own; bigger ones are expanded
+  // here, so that memory stays near one buffer of the largest entry.
+  static constexpr uint64_t kHelperLimit = 16u << 20;
+  if (!pool) pool = std::make_unique<PboWriterPool>(PboWriterPool::pwp_DefaultHelpers());
+  int own_fd = ::fcntl(dir_fd, F_DUPFD_CLOEXEC, 0);
+  if (own_fd < 0) return _put_outcome(entry->pbe_GetFilename(), output, GE_CANNOT_WRITE, errno, false);
+  PboWriterPool::Job job;
+  job.packed = bytes;
+  job.packed_size = stored;
+  job.original_size = original;
+  job.dir_fd = own_fd;
+  job.leaf = parts.back();
+  job.name = output;
+  job.stamp = stamp;
+  job.force = force;
+  pool->pwp_Submit(std::move(job), original > kHelperLimit);
+  return 0;
+}
+
+// Reports what writing one entry came to. Refusals (52, 53) are named and returned for the caller
+// to remember; other failures end the extraction.
+int Vendrak::_put_outcome(char const* name, char const* output, int result, int error, bool fault) {
+  BisFileIO& io = _impl->io;
+  if (fault) {
+    _impl->map.mf_NoteFault();
+    return _check_shrunk();
+  }
+  switch (result) {
+    case 0:
+      return 0;
+    case PBO_NAME_ESCAPES:
+      io.io_callbackerr("'%s': %s (a symbolic link is in the way)\r\n", name, ErrorString(PBO_NAME_ESCAPES));
+      return result;
+    case PBO_WOULD_OVERWRITE:
+      io.io_callbackerr("'%s': %s\r\n", output, ErrorString(PBO_WOULD_OVERWRITE));
+      return result;
+    case PBO_CANNOT_MAKE_FOLDER:
+    case GE_CANNOT_WRITE:
+      io.io_callbackerr("%s\r\n%s\r\n", std::strerror(error), output);
+      return result;
+    default:
+      return result;
+  }
+}
+
+// Reports the outcomes of the helpers' entries; with `wait`, once all are done. Returns the first
+// failure that ends the extraction.
+int Vendrak::_collect(PboWriterPool& pool, bool wait, bool& refused, bool& kept_other) {
+  int first = 0;
+  for (auto const& o : pool.pwp_Take(wait)) {
+    int r = o.bad_data ? PBO_COMPRESSION_ERROR
+                       : _put_outcome(o.name.c_str(), o.name.c_str(), o.put.result, o.put.error, o.put.fault);
+    if (r == PBO_NAME_ESCAPES)
+      refused = true;
+    else if (r == PBO_WOULD_OVERWRITE)
+      kept_other = true;
+    else if (r && !first)
+      first = r;
+  }
+  return first;
 }
 
 int Vendrak::_write_prefix_file(unsigned flags, PboOutputFolder& out) {
@@ -223,7 +368,12 @@ int Vendrak::_write_prefix_file(unsigned flags, PboOutputFolder& out) {
     s.io.io_callback("Creating prefix file with prefix='%s'\r\n", pbo_GetPrefix());
     s.io.io_callback("--------------------\r\n");
   }
-  int r = out.pof_WriteFile({"$PBOPREFIX$.txt"}, s.report.c_str(), s.report.str_len(), time(nullptr));
+  int r = out.pof_WriteFile({"$PBOPREFIX$.txt"}, s.report.c_str(), s.report.str_len(), time(nullptr),
+                            flags & EXTRACT_FORCE);
+  if (r == PBO_WOULD_OVERWRITE) {
+    s.io.io_callbackerr("'%s': %s\r\n", "$PBOPREFIX$.txt", ErrorString(PBO_WOULD_OVERWRITE));
+    return r;
+  }
   if (r) {
     s.io.io_throw(0, "Warning: cannot create prefix file %s\r\n", std::strerror(out.pof_LastErrno()));
     return GE_INVALID_FILE;

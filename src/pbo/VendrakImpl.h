@@ -6,6 +6,7 @@
 #include "core/GuardedCall.h"
 #include "io/BisFileIO.h"
 #include "io/CompressionEngine.h"
+#include "io/MappedFile.h"
 #include "pbo/PboOutputFolder.h"
 #include "pbo/Vendrak.h"
 #include "text/FileStringA.h"
@@ -16,6 +17,8 @@ struct Vendrak::Impl {
   explicit Impl(BisDLL* dll) : io(dll) {}
 
   BisFileIO io;
+  // The archive mapped in place; when it cannot be mapped, `io` reads it whole as before.
+  MappedFile map;
   uint32_t kind = 0;
   uint64_t data_start = 0;
   uint64_t data_end = 0;
@@ -32,6 +35,11 @@ struct Vendrak::Impl {
   ProgressHook hook = nullptr;
   void* hook_context = nullptr;
   bool decode_with_tabs = true;
+  // Extraction checks the SHA-1 trailer while it writes: opening then only reads the stored
+  // digest and leaves the hashing pending.
+  bool defer_sha = false;
+  bool sha_pending = false;
+  bool shrink_reported = false;
 };
 
 // Every exported method runs its worker here: codes become results, a message goes to the error

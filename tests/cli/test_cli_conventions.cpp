@@ -160,3 +160,22 @@ TEST(CliConventions, ExtractChoosesEntriesAndSummarises) {
   }
 }
 }  // namespace
+
+namespace {
+TEST(CliConventions, ExtractKeepsADifferentFileUnlessForced) {
+  Scratch s;
+  fs::path header = s / "d/x/cba/addons/diagnostic_enable_logging/script_component.hpp";
+  std::vector<std::string> extract = {"extract", "-q", kArchive, (s / "d").string()};
+  ASSERT_EQ(run(extract, s.path).status, 0);
+  std::string original = slurp(header);
+  EXPECT_EQ(run(extract, s.path).status, 0);  // identical files are fine
+  spit(header, "// my own edits\n");
+  Result refused = run(extract, s.path);
+  EXPECT_EQ(refused.status, 53) << refused.err;
+  EXPECT_NE(refused.err.find("script_component.hpp"), std::string::npos) << refused.err;
+  EXPECT_EQ(slurp(header), "// my own edits\n");
+  extract.insert(extract.begin() + 1, "-f");
+  EXPECT_EQ(run(extract, s.path).status, 0);
+  EXPECT_EQ(slurp(header), original);
+}
+}  // namespace

@@ -210,6 +210,7 @@ TEST_F(ExtractFixture, BinarisedConfigsAreDecodedToText) {
               std::string::npos)
         << messages();
   }
+  fs::remove_all(out);
   ASSERT_EQ(extract(b, 0), 0);  // without the flag the bytes are written as they are
   EXPECT_EQ(read_file(out + "/arc/config.bin"), rap);
   std::string broken = rap.substr(0, 20) + std::string(40, '\x7f');
