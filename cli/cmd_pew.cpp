@@ -11,6 +11,7 @@
 #include "CliSupport.h"
 #include "Command.h"
 #include "Console.h"
+#include "config/Sembric.h"
 #include "core/BisDLL.h"
 #include "terrain/Grindel.h"
 #include "terrain/Tessak.h"
@@ -117,6 +118,9 @@ int run_from_wrp(FromWrpOptions const& o) {
   if (int r = out.open()) return r;
   Grindel* g = dll.dll_GetGrindel();
   g->pew_GetIO()->io_SetErrCallBack(cli_print_stderr);
+  Sembric* rap = dll.dll_GetRap();
+  rap->rap_GetIO()->io_SetStdioCallBack(o.verbose ? cli_print_stderr : cli_print_nothing);
+  rap->rap_GetIO()->io_SetErrCallBack(cli_print_stderr);
   int r = g->MakePew(out.path(), o.version, t, o.verbose ? cli_print_stderr : cli_print_nothing,
                      o.colours.empty() ? nullptr : o.colours.c_str());
   if (r) {
@@ -134,7 +138,7 @@ CommandRegistrar from_wrp_command(
        sub.add_option("--version", o->version, "Project version: 58, 59 or 60 (the default)")
            ->check(CLI::IsMember({58, 59, 60}));
        sub.add_option("--colors", o->colours,
-                      "Config text with class objects { colors[] = {\"fragment\", 0xRRGGBB, ...}; } colouring "
+                      "Config (text or binarised) with class objects { colors[] = {\"fragment\", 0xRRGGBB, ...}; } colouring "
                       "the templates whose model path holds a fragment");
        sub.add_flag("-f,--force", o->force, "Replace an existing output file");
        sub.add_flag("-v,--verbose", o->verbose, "Show the progress on standard error");

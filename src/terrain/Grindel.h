@@ -59,7 +59,7 @@ class Grindel {
   void pew_show_tail();
 
   // Makes a project of `version` (58, 59 or 60) from a loaded terrain and writes it to `file`.
-  // `config` (may be null) names a config text with class objects { colors[] = {...}; }: pairs of
+  // `config` (may be null) names a config, text or binarised, with class objects { colors[] = {...}; }: pairs of
   // a model name fragment and a colour 0xRRGGBB; the first fragment found in a model's path
   // (ignoring case) colours its template.
   int MakePew(char const* file, int version, Tessak* wrp, Callback cb, char const* config);

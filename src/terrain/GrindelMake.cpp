@@ -8,7 +8,9 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "config/RapTextReader.h"
+#include "config/Sembric.h"
+#include "config/rap_entry.h"
+#include "core/BisDLL.h"
 #include "core/GuardedCall.h"
 #include "terrain/Grindel.h"
 #include "terrain/Tessak.h"
@@ -27,74 +29,38 @@ std::string lower(std::string s) {
   for (char& c : s) c = char(std::tolower(static_cast<unsigned char>(c)));
   return s;
 }
-
-bool same_nocase(char const* a, char const* b) { return lower(a) == lower(b); }
 }  // namespace
 
-// Walks the config's tokens for class objects { colors[] = { "fragment", 0xRRGGBB, ... }; }.
-// Braces of classes and of arrays nest alike; only the array named colors directly inside the
-// top-level class objects is taken.
+// The config (text or binarised) holds class objects { colors[] = { "fragment", 0xRRGGBB, ... }; }
+// at its top level; pairs may also be written as nested arrays {{"fragment", 0xRRGGBB}, ...}.
 void Grindel::_read_colours(char const* config) {
   _colours.clear();
-  RapTextReader rd(_io);
-  rd.rt_SetAccessWarning(false);
-  int r = rd.rt_OpenFile(config);
-  if (r) {
-    rd.rt_Error(r);
-    throw PEW_BAD_CONFIG;
-  }
-  std::vector<std::string> scopes;  // class names, "" for an array's braces
-  std::string pending_class;
-  bool found = false;
-  auto next = [&]() -> bool {
-    int s = rd.rt_NextToken();
-    if (s == RAP_STATUS + RAPMSG_EOF) return false;
-    if (s) {
-      rd.rt_Error(s);
-      throw PEW_BAD_CONFIG;
-    }
-    return true;
-  };
-  auto is = [&](char const* sym) { return std::string_view(rd.rt_Token()) == sym; };
-  while (next()) {
-    if (rd.rt_TokenKind() == RapTextReader::TK_WORD && is("class")) {
-      if (!next()) break;
-      pending_class = rd.rt_Token();
-      continue;
-    }
-    if (is("{")) {
-      scopes.push_back(pending_class);
-      pending_class.clear();
-      continue;
-    }
-    if (is("}")) {
-      if (!scopes.empty()) scopes.pop_back();
-      continue;
-    }
-    if (is(";")) pending_class.clear();
-    bool in_objects = scopes.size() == 1 && same_nocase(scopes[0].c_str(), "objects");
-    if (!in_objects || rd.rt_TokenKind() != RapTextReader::TK_WORD || !same_nocase(rd.rt_Token(), "colors")) continue;
-    if (!next() || !is("[") || !next() || !is("]") || !next() || !is("=") || !next() || !is("{")) throw PEW_BAD_CONFIG;
-    found = true;
-    std::vector<std::string> values;
-    int depth = 1;
-    while (depth && next()) {
-      if (is("{")) ++depth;
-      else if (is("}")) --depth;
-      else if (!is(",")) values.push_back(rd.rt_Token());
-    }
-    if (depth || values.size() % 2) throw PEW_BAD_CONFIG;
-    for (size_t i = 0; i < values.size(); i += 2) {
-      char* end = nullptr;
-      unsigned long rgb = std::strtoul(values[i + 1].c_str(), &end, 0);
-      if (!end || *end || rgb > 0xFFFFFF) throw PEW_BAD_CONFIG;
-      uint32_t rgba = uint32_t((rgb >> 16) & 0xFF) | uint32_t(rgb & 0xFF00) | uint32_t((rgb & 0xFF) << 16) | 0xFF000000u;
-      _colours.emplace_back(lower(values[i]), rgba);
-    }
-  }
-  if (!found) {
+  Sembric* rap = _dll->dll_GetRap();
+  if (rap->rap_Create(config, Sembric::RAPF_READER_OPTION, nullptr)) throw PEW_BAD_CONFIG;
+  rap_entry* objects = rap->rap_get_class("objects");
+  rap_entry* colours = objects ? objects->rpe_get_array("colors") : nullptr;
+  if (!colours) {
     _io.io_callbackerr("Config File: has no class objects.colors[]=");
     throw PEW_BAD_CONFIG;
+  }
+  std::vector<rap_entry const*> values;
+  for (rap_entry const* e = colours->rpe_get_first_child(); e; e = e->rpe_get_next_sibling()) {
+    if (e->rpe_GetType() != rap_entry::RPE_ARRAY) {
+      values.push_back(e);
+      continue;
+    }
+    for (rap_entry const* x = e->rpe_get_first_child(); x; x = x->rpe_get_next_sibling()) values.push_back(x);
+  }
+  if (values.size() % 2) throw PEW_BAD_CONFIG;
+  for (size_t i = 0; i < values.size(); i += 2) {
+    rap_entry const* colour = values[i + 1];
+    char* end = nullptr;
+    unsigned long rgb = std::strtoul(colour->value(), &end, 0);
+    if (values[i]->rpe_GetType() != rap_entry::RPE_STRING || !end || end == colour->value() || *end ||
+        rgb > 0xFFFFFF)
+      throw PEW_BAD_CONFIG;
+    uint32_t rgba = uint32_t((rgb >> 16) & 0xFF) | uint32_t(rgb & 0xFF00) | uint32_t((rgb & 0xFF) << 16) | 0xFF000000u;
+    _colours.emplace_back(lower(values[i]->value()), rgba);
   }
 }
 

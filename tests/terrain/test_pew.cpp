@@ -5,6 +5,7 @@
 #include <set>
 
 #include "WrpTestUtil.h"
+#include "config/Sembric.h"
 #include "terrain/Grindel.h"
 
 namespace {
@@ -256,6 +257,19 @@ TEST(Pew, ColourConfig) {
     EXPECT_EQ(p.g->templates[0].colour, 0xFF302010u);  // data3d\tree.p3d: r, g, b, a
     EXPECT_EQ(p.g->templates[1].colour, 0xFFFF0000u);  // data3d\house.p3d: blue
   }
+}
+
+TEST(Pew, BinarisedColourConfigAndNestedPairs) {
+  Pair p;
+  fill_small(*p.t, 4, 4, 2);
+  put_file(p.tmp / "c.hpp", "class objects { colors[] = {{\"house\", 0x0000FF}}; };");
+  Sembric* rap = p.dll.dll_GetRap();
+  ASSERT_EQ(rap->rap_Create((p.tmp / "c.hpp").c_str(), 0, capture_err), 0) << g_errs;
+  ASSERT_EQ(rap->rap_Output((p.tmp / "c.bin").c_str(), Sembric::RAPO_ARMA), 0);
+  ASSERT_EQ(p.g->MakePew((p.tmp / "c.pew").c_str(), 58, p.t, nullptr, (p.tmp / "c.bin").c_str()), 0) << g_errs;
+  ASSERT_EQ(p.g->pew_Open((p.tmp / "c.pew").c_str(), nullptr), 0);
+  EXPECT_EQ(p.g->templates[0].colour, kPewDefaultColour);
+  EXPECT_EQ(p.g->templates[1].colour, 0xFFFF0000u);
 }
 
 TEST(Pew, UnknownVersionIsRefused) {
