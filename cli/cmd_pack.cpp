@@ -134,7 +134,7 @@ CommandRegistrar pack_command(
                       "Comma list of files to leave out, replacing the default list; \"none\" keeps every file");
        sub.add_option("--no-compress", o->no_compress, "Comma list of files stored without compression");
        sub.add_flag("--warnings-as-errors", o->strict, "Fail on warnings");
-       sub.add_flag("--quiet", o->quiet, "No report and no progress; errors still go to standard error");
+       sub.add_flag("-q,--quiet", o->quiet, "No report and no progress; errors still go to standard error");
        sub.add_flag("-f,--force", o->force, "Replace an existing archive");
        return std::function<int()>([o] { return run_pack(*o); });
      }});
