@@ -20,6 +20,7 @@
 #include "pbo/Vendrak.h"
 #include "text/BisTokens.h"
 #include "text/FileStringA.h"
+#include "text/HexText.h"
 #include "text/TokenPairs.h"
 
 namespace {
@@ -87,13 +88,9 @@ Vendrak* archive_tool(BisDLL& dll, BisCallback errors = cli_print_stderr) {
 
 
 std::string hex(uint8_t const* bytes, size_t n) {
-  static char const digits[] = "0123456789ABCDEF";
-  std::string s;
-  for (size_t i = 0; bytes && i < n; ++i) {
-    s += digits[bytes[i] >> 4];
-    s += digits[bytes[i] & 15];
-  }
-  return s;
+  char text[2 * 64 + 1] = "";
+  if (bytes && n <= 64) hex_upper(bytes, n, text);
+  return text;
 }
 
 std::string kind_text(Vendrak const& tool) {

@@ -122,6 +122,21 @@ void OdolModel::read(P3dCursor& c) {
   if (_tail_size && _version < 56) throw GE_RESIDUAL_BYTES;
 }
 
+// Every generation stores the model's centres, inertia and occlusion switches alike.
+void OdolModel::_centres_and_occlusion() {
+  XYZTriplet t;
+  Matrix3P m;
+  bool b;
+  _io.io_read(&t, "ModelInfo.boundingCenter");
+  _io.io_read(&t, "ModelInfo.geometryCenter");
+  _io.io_read(&t, "ModelInfo.centerOfMass");
+  _io.io_read(&m, "ModelInfo.invInertia");
+  _io.io_read(&b, "ModelInfo.AutoCenter");
+  _io.io_read(&b, "ModelInfo.lockAutoCenter");
+  _io.io_read(&b, "ModelInfo.canOcclude");
+  _io.io_read(&b, "ModelInfo.canBeOccluded");
+}
+
 void OdolModel::_model_info() {
   float f;
   XYZTriplet t;
@@ -137,16 +152,8 @@ void OdolModel::_model_info() {
   if (_version >= 70) _io.io_read(&f, "ModelInfo.v70_lodDensityCoef");
   if (_version >= 71) _io.io_read(&f, "ModelInfo.v71_drawImportance");
   if (_version >= 52) _io.io_read(&box, "ModelInfo.visual_bounds");
-  Matrix3P m;
   bool b;
-  _io.io_read(&t, "ModelInfo.boundingCenter");
-  _io.io_read(&t, "ModelInfo.geometryCenter");
-  _io.io_read(&t, "ModelInfo.centerOfMass");
-  _io.io_read(&m, "ModelInfo.invInertia");
-  _io.io_read(&b, "ModelInfo.AutoCenter");
-  _io.io_read(&b, "ModelInfo.lockAutoCenter");
-  _io.io_read(&b, "ModelInfo.canOcclude");
-  _io.io_read(&b, "ModelInfo.canBeOccluded");
+  _centres_and_occlusion();
   if (_version >= 73) _io.io_read(&b, "ModelInfo.disableCover");
   if (_version >= 41) {
     fMinMax ht;
@@ -698,14 +705,7 @@ void OdolModel::_model_info_v7() {
     _io.io_GetAddressAndUpdate(8);
     _io.io_read(&f, "ModelInfo.view_density");
     _io.io_read(&box, "ModelInfo.bounding_box");
-    _io.io_read(&t, "ModelInfo.boundingCenter");
-    _io.io_read(&t, "ModelInfo.geometryCenter");
-    _io.io_read(&t, "ModelInfo.centerOfMass");
-    _io.io_read(&m, "ModelInfo.invInertia");
-    _io.io_read(&b, "ModelInfo.AutoCenter");
-    _io.io_read(&b, "ModelInfo.lockAutoCenter");
-    _io.io_read(&b, "ModelInfo.canOcclude");
-    _io.io_read(&b, "ModelInfo.canBeOccluded");
+    _centres_and_occlusion();
     _io.io_read(&b, "ModelInfo.allowAnimation");
     if (_io.io_ReadByte() >= 40) throw "maptype_max unknown";
     CompressedStruct masses(4);

@@ -1,4 +1,5 @@
 #include "pbo/Vendrak.h"
+#include "text/HexText.h"
 
 #include <openssl/evp.h>
 
@@ -19,15 +20,6 @@ Vendrak* BisDLL::dll_GetVendrak() { return dll_slot<Vendrak>(SLOT_VENDRAK); }
 
 namespace {
 char const* const kArchiveExtensions[] = {"pbo", "ifa", "xbo"};
-
-void hex_upper(uint8_t const* bytes, size_t n, char* out) {
-  static char const digits[] = "0123456789ABCDEF";
-  for (size_t i = 0; i < n; ++i) {
-    out[2 * i] = digits[bytes[i] >> 4];
-    out[2 * i + 1] = digits[bytes[i] & 15];
-  }
-  out[2 * n] = 0;
-}
 
 bool is_root_entry(char const* name) { return !std::strchr(name, '\\') && !std::strchr(name, '/'); }
 }  // namespace

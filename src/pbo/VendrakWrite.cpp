@@ -10,20 +10,12 @@
 #include <vector>
 
 #include "core/GenericError.h"
+#include "text/HexText.h"
 #include "pbo/VendrakImpl.h"
 #include "pbo/VendrakMaker.h"
 
 namespace {
 constexpr size_t kStreamChunk = 1 << 20;
-
-void hex_upper(uint8_t const* bytes, size_t n, char* out) {
-  static char const digits[] = "0123456789ABCDEF";
-  for (size_t i = 0; i < n; ++i) {
-    out[2 * i] = digits[bytes[i] >> 4];
-    out[2 * i + 1] = digits[bytes[i] & 15];
-  }
-  out[2 * n] = 0;
-}
 
 char const* banner_for(uint32_t style, bool prefixed) {
   switch (style) {

@@ -164,6 +164,7 @@ class Tessak {
 
   // Editable kinds (TessakPlain.cpp).
   void _read_8wvr();
+  void _read_single_grid_start(int version, char const* signature);
   void _read_4wvr();
   void _read_1wvr();
   void _write_8wvr(BisFileIO& out) const;

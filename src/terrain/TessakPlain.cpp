@@ -113,9 +113,10 @@ void Tessak::_write_8wvr(BisFileIO& out) const {
   out.io_WriteUlong(0);
 }
 
-void Tessak::_read_4wvr() {
-  _version = 4;
-  _io.io_callback("%s (plain jane pew export)\r\n", "4WVR");
+// The single-grid kinds open alike: one grid size, heights as signed steps, then the layer cells.
+void Tessak::_read_single_grid_start(int version, char const* signature) {
+  _version = version;
+  _io.io_callback("%s (plain jane pew export)\r\n", signature);
   _layerSize = _mapSize = _io.io_ReadUlongPair();
   _check_grid_sizes(CT_TERRAIN, 2);
 
@@ -131,8 +132,11 @@ void Tessak::_read_4wvr() {
   _progress("Textures indices");
   _layers.cs.ReadCompressed(_io, CT_TERRAIN, _layerSize);
   _align(_layers.cs);
-
   _progress("Textures");
+}
+
+void Tessak::_read_4wvr() {
+  _read_single_grid_start(4, "4WVR");
   uint8_t const* names = _io.io_GetAddressAndUpdate(uint64_t(k4wvrTextures) * kTextureNameBytes);
   uint32_t used = 0;
   for (uint32_t i = 0; i < k4wvrTextures; ++i)
@@ -198,24 +202,7 @@ void Tessak::_write_4wvr(BisFileIO& out) const {
 }
 
 void Tessak::_read_1wvr() {
-  _version = 1;
-  _io.io_callback("%s (plain jane pew export)\r\n", "1WVR");
-  _layerSize = _mapSize = _io.io_ReadUlongPair();
-  _check_grid_sizes(CT_TERRAIN, 2);
-
-  _progress("Elevations");
-  uint64_t cells = _mapCells();
-  uint8_t const* steps = _io.io_GetAddressAndUpdate(cells * 2);
-  float* heights = reinterpret_cast<float*>(_elevations.cs_Allocate(cells));
-  for (uint64_t i = 0; i < cells; ++i) {
-    int16_t s;
-    std::memcpy(&s, steps + 2 * i, 2);
-    heights[i] = s * kHeightStep;
-  }
-  _progress("Textures indices");
-  _layers.cs.ReadCompressed(_io, CT_TERRAIN, _layerSize);
-  _align(_layers.cs);
-  _progress("Textures");
+  _read_single_grid_start(1, "1WVR");
   uint8_t const* names = _io.io_GetAddressAndUpdate(uint64_t(k1wvrTextures) * kTextureNameBytes);
   _textures.resize(k1wvrTextures);
   for (uint32_t i = 0; i < k1wvrTextures; ++i) {
