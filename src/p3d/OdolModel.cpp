@@ -695,7 +695,6 @@ void OdolModel::_model_info_v7() {
     float f;
     XYZTriplet t;
     trpMinMax box;
-    Matrix3P m;
     bool b;
     _io.io_ReadUlong();
     _io.io_read(&f, "ModelInfo.MemSphere");
