@@ -29,8 +29,8 @@ std::map<std::string, std::string> const kGroupSummaries = {
 std::map<std::string, std::vector<std::string>> const kAliases = {
     {"unpack", {"extract"}},
     {"inspect", {"info"}},
-    {"derapify", {"cfg", "decode"}},
-    {"rapify", {"cfg", "binarise"}},
+    {"decode", {"cfg", "decode"}},
+    {"binarise", {"cfg", "binarise"}},
     {"binarize", {"cfg", "binarise"}},
 };
 

@@ -121,7 +121,7 @@ TEST(CliConventions, ScriptableOutput) {
   }
   // Two decodes without the banner compare equal; standard input and output stand in for files.
   Result a = run({"cfg", "decode", "--no-banner", kConfig}, s.path);
-  Result b = run({"derapify", "--no-banner", "-", "-o", "-"}, s.path, kConfig);
+  Result b = run({"decode", "--no-banner", "-", "-o", "-"}, s.path, kConfig);
   EXPECT_EQ(b.status, 0) << b.err;
   EXPECT_EQ(a.out, b.out);
   EXPECT_EQ(a.out.rfind("#define _ARMA_\n", 0), 0u);
