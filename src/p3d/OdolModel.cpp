@@ -137,7 +137,8 @@ void OdolModel::_centres_and_occlusion() {
   _io.io_read(&b, "ModelInfo.canBeOccluded");
 }
 
-void OdolModel::_model_info() {
+// The model information opens alike in every generation: spheres, hints, colours, density, box.
+void OdolModel::_info_opening() {
   float f;
   XYZTriplet t;
   trpMinMax box;
@@ -149,6 +150,12 @@ void OdolModel::_model_info() {
   _io.io_AddOffset(8);  // map colours
   _io.io_read(&f, "ModelInfo.view_density");
   _io.io_read(&box, "ModelInfo.bounding_box");
+}
+
+void OdolModel::_model_info() {
+  float f;
+  trpMinMax box;
+  _info_opening();
   if (_version >= 70) _io.io_read(&f, "ModelInfo.v70_lodDensityCoef");
   if (_version >= 71) _io.io_read(&f, "ModelInfo.v71_drawImportance");
   if (_version >= 52) _io.io_read(&box, "ModelInfo.visual_bounds");
@@ -693,17 +700,8 @@ void OdolModel::_model_info_v7() {
   }
   try {
     float f;
-    XYZTriplet t;
-    trpMinMax box;
     bool b;
-    _io.io_ReadUlong();
-    _io.io_read(&f, "ModelInfo.MemSphere");
-    _io.io_read(&f, "ModelInfo.geo_sphere");
-    _io.io_GetAddressAndUpdate(12);
-    _io.io_read(&t, "ModelInfo.MemSphere");
-    _io.io_GetAddressAndUpdate(8);
-    _io.io_read(&f, "ModelInfo.view_density");
-    _io.io_read(&box, "ModelInfo.bounding_box");
+    _info_opening();
     _centres_and_occlusion();
     _io.io_read(&b, "ModelInfo.allowAnimation");
     if (_io.io_ReadByte() >= 40) throw "maptype_max unknown";

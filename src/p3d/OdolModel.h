@@ -110,6 +110,7 @@ class OdolModel {
   CompressType _mode(bool fill = false) const;
   void _array(CompressedStruct& a, uint32_t element_size, bool fill = false);
   void _model_info();
+  void _info_opening();
   void _centres_and_occlusion();
   void _skeleton();
   void _animations();
