@@ -10,6 +10,7 @@
 #include <iterator>
 #include <string>
 
+#include "FuzzScratch.h"
 #include "core/BisDLL.h"
 #include "p3d/Morvane.h"
 #include "text/TokenPairs.h"
@@ -17,20 +18,9 @@
 namespace fs = std::filesystem;
 
 namespace {
-bool silent(char const*, ...) { return true; }
-
-fs::path const& scratch() {
-  static fs::path dir = [] {
-    std::string t = (fs::temp_directory_path() / "vendrak-fuzz-p3d-XXXXXX").string();
-    return fs::path(::mkdtemp(t.data()));
-  }();
-  return dir;
-}
-
-std::string slurp(fs::path const& p) {
-  std::ifstream f(p, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(f), {});
-}
+using fuzzing::silent;
+using fuzzing::slurp;
+fs::path const& scratch() { return fuzzing::scratch("p3d"); }
 
 void walk(Morvane* m) {
   volatile double sink = 0;

@@ -10,6 +10,7 @@
 
 #include "MlodBuilder.h"
 #include "core/BisDLL.h"
+#include "core/BisMessage.h"
 #include "p3d/Morvane.h"
 #include "text/TokenPairs.h"
 
@@ -21,10 +22,8 @@ std::string g_messages;
 bool collect(char const* format, ...) {
   va_list ap;
   va_start(ap, format);
-  char buf[1024];
-  std::vsnprintf(buf, sizeof buf, format, ap);
+  g_messages += bis_vformat(format, ap);
   va_end(ap);
-  g_messages += buf;
   return true;
 }
 

@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "core/BisDLL.h"
+#include "core/BisMessage.h"
 #include "p3d/Morvane.h"
 #include "io/BisFileIO.h"
 #include "p3d/OdolModel.h"
@@ -17,10 +18,8 @@ std::string g_text;
 bool keep(char const* format, ...) {
   va_list ap;
   va_start(ap, format);
-  char buf[1024];
-  std::vsnprintf(buf, sizeof buf, format, ap);
+  g_text += bis_vformat(format, ap);
   va_end(ap);
-  g_text += buf;
   return true;
 }
 
