@@ -237,11 +237,12 @@ void OdolModel::_animations() {
       _io.io_GetAddressAndUpdate(uint64_t{n} * 4);
     }
   }
+  for (OdolAnimation& a : _anims) a.axes.assign(_lods.size(), nullptr);
   for (size_t l = 0; l < _lods.size(); ++l)
     for (OdolAnimation& a : _anims) {
       uint32_t bone = _io.io_ReadUlong();
       if (l == 0) a.bone = bone;
-      if (bone != kNone && a.type < 8) _io.io_GetAddressAndUpdate(24);
+      if (bone != kNone && a.type < 8) a.axes[l] = _io.io_GetAddressAndUpdate(24);
     }
 }
 

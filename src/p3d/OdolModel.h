@@ -40,6 +40,9 @@ struct OdolAnimation {
   uint8_t const* block = nullptr;
   uint32_t block_size = 0;
   uint32_t bone = 0xFFFFFFFFu;  // the bone it moves in the first LOD
+  // Per LOD, the axis position and direction (six f32) of a rotation or translation, or null
+  // where the LOD has no bone for it.
+  std::vector<uint8_t const*> axes;
 };
 
 struct OdolLod {
