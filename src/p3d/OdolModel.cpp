@@ -39,6 +39,12 @@ CompressType OdolModel::_mode(bool fill) const {
   return fill ? (t | CT_FILL_BYTE) : t;
 }
 
+OdolBytes OdolModel::_keep(uint64_t n) { return {_io.io_GetAddressAndUpdate(n), n}; }
+
+OdolBytes OdolModel::_since(uint8_t const* mark) const {
+  return {mark, static_cast<uint64_t>(_io.io_GetAddress() - mark)};
+}
+
 void OdolModel::_array(CompressedStruct& a, uint32_t element_size, bool fill) {
   a.cs_SetElementSize(element_size);
   a.ReadCompressed(_io, _mode(fill));
@@ -79,21 +85,26 @@ void OdolModel::read(P3dCursor& c) {
     }
     _resolutions.resize(count);
     for (float& r : _resolutions) _io.io_read(&r, "lod Resolution");
+    uint8_t const* info = _io.io_GetAddress();
     _model_info_v7();
+    _info = _since(info);
     return;
   }
 
   _resolutions.resize(count);
   for (float& r : _resolutions) _io.io_read(&r, "lod Resolution");
+  uint8_t const* info = _io.io_GetAddress();
   _model_info();
-  bool exist = false;
-  _io.io_read(&exist, nullptr);
-  if (exist) _animations();
+  _info = _since(info);
+  _io.io_read(&_has_animations, nullptr);
+  if (_has_animations) _animations();
   _starts.resize(count);
   _ends.resize(count);
   for (uint32_t& s : _starts) s = _io.io_ReadUlong();
   for (uint32_t& e : _ends) e = _io.io_ReadUlong();
+  uint8_t const* defaults = _io.io_GetAddress();
   _lod_defaults();
+  _defaults = _since(defaults);
 
   // The LODs may be stored in another order than their table: each is placed by its offset.
   _lods_begin = _io.io_GetCurrentOffset();
@@ -227,6 +238,7 @@ void OdolModel::_animations() {
     a.block_size = _version >= 56 ? 36 : a.type == 8 ? 52 : a.type == 9 ? 24 : 28;
     a.block = _io.io_GetAddressAndUpdate(a.block_size);
   }
+  uint8_t const* tables = _io.io_GetAddress();
   uint32_t lods = _io.io_ReadUlong();
   if (lods > _io.io_RemainingBytes() / 4) throw GE_EOF;
   for (uint32_t l = 0; l < lods; ++l) {
@@ -237,10 +249,15 @@ void OdolModel::_animations() {
       _io.io_GetAddressAndUpdate(uint64_t{n} * 4);
     }
   }
-  for (OdolAnimation& a : _anims) a.axes.assign(_lods.size(), nullptr);
+  _bone_tables = _since(tables);
+  for (OdolAnimation& a : _anims) {
+    a.axes.assign(_lods.size(), nullptr);
+    a.lod_bones.assign(_lods.size(), kNone);
+  }
   for (size_t l = 0; l < _lods.size(); ++l)
     for (OdolAnimation& a : _anims) {
       uint32_t bone = _io.io_ReadUlong();
+      a.lod_bones[l] = bone;
       if (l == 0) a.bone = bone;
       if (bone != kNone && a.type < 8) a.axes[l] = _io.io_GetAddressAndUpdate(24);
     }
@@ -261,32 +278,26 @@ void OdolModel::_read_lod(OdolLod& lod) {
   lod.proxies.resize(proxies);
   for (OdolProxy& p : lod.proxies) {
     p.model = _io.io_ReadAsciiz();
-    uint8_t const* block = _io.io_GetAddressAndUpdate(64);
-    std::memcpy(&p.selection, block + 52, 4);
+    p.block = _keep(64);
+    std::memcpy(&p.selection, p.block.data + 52, 4);
   }
-  CompressedStruct items(4);
-  _array(items, 4);
+  _array(lod.items, 4);
+  uint8_t const* links_start = _io.io_GetAddress();
   uint32_t links = _io.io_ReadUlong();
   if (links > _io.io_RemainingBytes() / 4) throw GE_EOF;
   for (uint32_t i = 0; i < links; ++i) _io.io_GetAddressAndUpdate(uint64_t{_io.io_ReadUlong()} * 4);
+  lod.links = _since(links_start);
 
   if (_version == 50) {
     lod.nVertices = _io.io_ReadUlong();
   } else if (_version < 52) {
-    CompressedStruct clip(4);
-    _array(clip, 4, true);
-    lod.nVertices = static_cast<uint32_t>(clip.cs_Count());
+    _array(lod.clip, 4, true);
+    lod.nVertices = static_cast<uint32_t>(lod.clip.cs_Count());
   } else {
     lod.nVertices = _io.io_ReadUlong();
-    _io.io_ReadUlong();
+    lod.vertex_word = _keep(4);
   }
-  trpMinMax bounds;
-  XYZTriplet centre;
-  float sphere;
-  _io.io_GetAddressAndUpdate(8);  // or and and hints
-  _io.io_read(&bounds, "vertex bounds");
-  _io.io_read(&centre, "auto centre pos");
-  _io.io_read(&sphere, "odol sphere");
+  _hints(lod);
   uint32_t textures = _io.io_ReadUlong();
   if (textures > _io.io_RemainingBytes()) throw GE_EOF;
   lod.textures.resize(textures);
@@ -294,23 +305,37 @@ void OdolModel::_read_lod(OdolLod& lod) {
   _materials(lod);
 
   bool wide = _version >= 69;
-  CompressedStruct point_to_vertex(wide ? 4 : 2), vertex_to_point(wide ? 4 : 2);
-  _array(point_to_vertex, wide ? 4 : 2);
-  _array(vertex_to_point, wide ? 4 : 2);
+  _array(lod.point_to_vertex, wide ? 4 : 2);
+  _array(lod.vertex_to_point, wide ? 4 : 2);
   _faces(lod, wide);
   _sections(lod);
   _selections(lod);
   _check_proxies(lod);
   _properties(lod);
   _frames(lod);
-  _io.io_GetAddressAndUpdate(12);  // icon colour, selected colour, special flags
-  _io.io_ReadByte();               // whether every vertex has one bone at most
+  lod.colours = _keep(12);  // icon colour, selected colour, special flags
+  lod.one_bone = static_cast<uint8_t>(_io.io_ReadByte());
   _vertex_tables(lod);
+  uint8_t const* end = _io.io_GetAddress();
   if (_version >= 67 && _io.io_ReadUlong() != 0) throw "v67/8 endlod not zero";
   if (_version >= 68) {
     int b = _io.io_ReadByte();
     if (b > 1) throw "v68 endlod not bool";
   }
+  lod.lod_end = _since(end);
+}
+
+// Hints, vertex bounds, auto centre and sphere: kept as stored.
+void OdolModel::_hints(OdolLod& lod) {
+  uint8_t const* mark = _io.io_GetAddress();
+  trpMinMax bounds;
+  XYZTriplet centre;
+  float sphere;
+  _io.io_GetAddressAndUpdate(8);  // or and and hints
+  _io.io_read(&bounds, "vertex bounds");
+  _io.io_read(&centre, "auto centre pos");
+  _io.io_read(&sphere, "odol sphere");
+  lod.hints = _since(mark);
 }
 
 void OdolModel::_materials(OdolLod& lod) {
@@ -318,10 +343,12 @@ void OdolModel::_materials(OdolLod& lod) {
   if (count > _io.io_RemainingBytes() / 100) throw P3DERR_UNDECODABLE;
   lod.materials.resize(count);
   lod.material_data.resize(count);
+  lod.material_sizes.resize(count);
   for (uint32_t i = 0; i < count; ++i) {
     lod.materials[i] = _io.io_ReadAsciiz();
     lod.material_data[i] = _io.io_GetAddress();
     _material();
+    lod.material_sizes[i] = _since(lod.material_data[i]).size;
   }
 }
 
@@ -356,7 +383,7 @@ void OdolModel::_material() {
 
 void OdolModel::_faces(OdolLod& lod, bool wide) {
   lod.nFaces = _io.io_ReadUlong();
-  lod.face_bytes = _io.io_ReadUlong();
+  lod.face_size_word = _io.io_ReadUlong();
   if (_io.io_ReadUshort() != 0) throw GE_DEBUG_TRAP;
   uint32_t index = wide ? 4 : 2;
   if (lod.nFaces > _io.io_RemainingBytes() / (1 + 3 * index)) throw GE_EOF;
@@ -384,18 +411,19 @@ void OdolModel::_sections(OdolLod& lod) {
   for (OdolSection& s : lod.sections) {
     s.face_start = _io.io_ReadUlong();
     s.face_end = _io.io_ReadUlong();
-    _io.io_GetAddressAndUpdate(8);  // bones
-    _io.io_ReadUlong();   // common point user value
+    s.bones = _keep(12);  // bones, common point user value
     s.texture = _io.io_ReadShort();
-    _io.io_ReadUlong();   // common face flags
+    s.flags = _keep(4);   // common face flags
     s.material = _io.io_ReadLong();
     if (s.material == -1) s.material_path = _io.io_ReadAsciiz();
     uint32_t areas = _io.io_ReadUlong();
-    _io.io_GetAddressAndUpdate(uint64_t{areas} * 4);
+    s.areas = _keep(uint64_t{areas} * 4);
     if (_version >= 67) {
+      uint8_t const* mark = _io.io_GetAddress();
       uint32_t extra = _io.io_ReadUlong();
       if (extra > 1) throw "v68 section error";
       if (extra) _io.io_GetAddressAndUpdate(44);
+      s.extra = _since(mark);
     }
   }
 }
@@ -407,19 +435,24 @@ void OdolModel::_selections(OdolLod& lod) {
   uint32_t index = _version >= 69 ? 4 : 2;
   for (OdolSelection& s : lod.selections) {
     s.name = _io.io_ReadAsciiz();
-    std::string_view trimmed = trim_blanks(s.name);
-    if (trimmed.size() != s.name.size()) {
-      _io.io_callback("WARNING****:Named selection '%.*s' has trailing space(s)\r\n", static_cast<int>(s.name.size()),
-                      s.name.data());
-      _trailing = true;
-      s.name = trimmed;
-    }
+    _selection_name(s);
     _array(s.faces, index);
-    _io.io_ReadUlong();
+    s.word = _keep(4);
     _io.io_read(&s.sectional, nullptr);
     _array(s.sections, 4);
     _array(s.vertices, index);
     _array(s.weights, 1);
+  }
+}
+
+void OdolModel::_selection_name(OdolSelection& s) {
+  std::string_view trimmed = trim_blanks(s.name);
+  if (trimmed.size() != s.name.size()) {
+    _io.io_callback("WARNING****:Named selection '%.*s' has trailing space(s)\r\n", static_cast<int>(s.name.size()),
+                    s.name.data());
+    _trailing = true;
+    s.trailing_blanks = static_cast<uint32_t>(s.name.size() - trimmed.size());
+    s.name = trimmed;
   }
 }
 
@@ -459,7 +492,8 @@ void OdolModel::_properties(OdolLod& lod) {
   }
 }
 
-void OdolModel::_frames(OdolLod const& lod) {
+void OdolModel::_frames(OdolLod& lod) {
+  uint8_t const* mark = _io.io_GetAddress();
   uint32_t count = _io.io_ReadUlong();
   if (count > _io.io_RemainingBytes() / 8) throw GE_EOF;
   for (uint32_t i = 0; i < count; ++i) {
@@ -469,15 +503,12 @@ void OdolModel::_frames(OdolLod const& lod) {
     if (n != lod.nVertices) throw P3DERR_BAD_FRAME_COUNT;
     _io.io_GetAddressAndUpdate(uint64_t{n} * 12);
   }
+  lod.frames = _since(mark);
 }
 
-void OdolModel::_uv_set(OdolLod& lod, CompressedStruct* keep) {
-  CompressedStruct scratch;
-  CompressedStruct& a = keep ? *keep : scratch;
+void OdolModel::_uv_set(OdolLod& lod, CompressedStruct& a, float* bounds) {
   if (_version >= 44) {
-    float b[4];
-    for (float& v : b) _io.io_read(&v, "uv bounds");
-    if (keep) std::memcpy(lod.uv_bounds, b, sizeof b);
+    for (int i = 0; i < 4; ++i) _io.io_read(&bounds[i], "uv bounds");
     _array(a, 4, true);
   } else {
     _array(a, 8, true);
@@ -495,23 +526,21 @@ void OdolModel::_vertex_tables(OdolLod& lod) {
     if (a.cs_Count() != lod.nVertices && !(may_be_empty && a.cs_Count() == 0)) throw P3DERR_VERTEX_MISCOUNT;
   };
   if (_version >= 50) {
-    CompressedStruct clip;
-    _array(clip, 4, true);
-    if (clip.cs_Count() != lod.nVertices) throw P3DERR_EDGES_MISCOUNT;
+    _array(lod.vertex_clip, 4, true);
+    if (lod.vertex_clip.cs_Count() != lod.nVertices) throw P3DERR_EDGES_MISCOUNT;
   }
-  _uv_set(lod, &lod.uv0);
-  uint32_t sets = _io.io_ReadUlong();
-  if (sets == 2)
-    _uv_set(lod, nullptr);
-  else if (sets > 2)
+  _uv_set(lod, lod.uv0, lod.uv_bounds);
+  lod.uv_sets = _io.io_ReadUlong();
+  if (lod.uv_sets == 2)
+    _uv_set(lod, lod.uv1, lod.uv1_bounds);
+  else if (lod.uv_sets > 2)
     throw P3DERR_VERTEX_MISCOUNT;
   bool lzo = _version >= 44;
   counted(lod.positions, 12, false, false);
   counted(lod.normals, lzo ? 4 : 12, true, false);
-  CompressedStruct st, bones, neighbours;
-  counted(st, lzo ? 8 : 24, false, true);
-  counted(bones, 12, false, true);
-  counted(neighbours, 32, false, true);
+  counted(lod.st, lzo ? 8 : 24, false, true);
+  counted(lod.bones, 12, false, true);
+  counted(lod.neighbours, 32, false, true);
   if (_io.io_GetCurrentOffset() != start + size) _io.io_throw(GE_CODE_BUG, "%s", "\r\nDebug: lod size mismatch\r\n");
 }
 
@@ -577,55 +606,32 @@ void OdolModel::vertex_uv(OdolLod const& lod, uint32_t vertex, float& u, float& 
   v = odol_expand_uv(sv, lod.uv_bounds[1], lod.uv_bounds[3]);
 }
 
-// ===== writing ===============================================================
-
-void OdolModel::write(BisFileIO& out) const {
-  // In reading order, each part as it was stored (nothing of a binarised model is edited): the
-  // head up to the first LOD, the LODs in the order they lie, then what follows them (the
-  // resolutions and model information of OFP, the trailing block of the later generation).
-  out.io_WriteBlock(_data, _lods_begin);
-  uint64_t at = _lods_begin;
-  for (uint32_t i : _read_order) {
-    OdolLod const& lod = _lods[i];
-    out.io_WriteBlock(_data + lod.start, lod.end - lod.start);
-    at = lod.end;
-  }
-  out.io_WriteBlock(_data + at, _size - at);
-}
-
-
 // ===== OFP (version 7) ========================================================
 
 void OdolModel::_read_lod_v7(OdolLod& lod) {
   lod.start = _io.io_GetCurrentOffset();
-  CompressedStruct flags(4), normals(12);
-  _array(flags, 4);
+  _array(lod.clip, 4);
   _array(lod.uv0, 8);
   // Positions and normals are always stored as they are.
   lod.positions.cs_SetElementSize(12);
   lod.positions.ReadCompressed(_io, 0);
-  normals.ReadCompressed(_io, 0);
+  lod.normals.cs_SetElementSize(12);
+  lod.normals.ReadCompressed(_io, 0);
   lod.nVertices = static_cast<uint32_t>(lod.positions.cs_Count());
-  if (flags.cs_Count() != lod.nVertices || lod.uv0.cs_Count() != lod.nVertices || normals.cs_Count() != lod.nVertices)
+  if (lod.clip.cs_Count() != lod.nVertices || lod.uv0.cs_Count() != lod.nVertices ||
+      lod.normals.cs_Count() != lod.nVertices)
     throw P3DERR_VERTEX_MISCOUNT;
-  trpMinMax bounds;
-  XYZTriplet centre;
-  float sphere;
-  _io.io_GetAddressAndUpdate(8);
-  _io.io_read(&bounds, "vertex bounds");
-  _io.io_read(&centre, "auto centre pos");
-  _io.io_read(&sphere, "odol sphere");
+  _hints(lod);
   uint32_t textures = _io.io_ReadUlong();
   if (textures > _io.io_RemainingBytes()) throw GE_EOF;
   lod.textures.resize(textures);
   for (std::string_view& t : lod.textures) t = _io.io_ReadAsciiz();
-  CompressedStruct point_to_vertex(2), vertex_to_point(2);
-  _array(point_to_vertex, 2);
-  _array(vertex_to_point, 2);
+  _array(lod.point_to_vertex, 2);
+  _array(lod.vertex_to_point, 2);
 
   // Faces: flags, texture, corner count and 16-bit vertex indices.
   lod.nFaces = _io.io_ReadUlong();
-  _io.io_ReadUlong();  // the size the engine allocates for them
+  lod.face_size_word = _io.io_ReadUlong();  // the size the engine allocates for them
   if (lod.nFaces > _io.io_RemainingBytes() / 13) throw GE_EOF;
   lod.faces = _io.io_GetAddress();
   P3dCursor c(lod.faces, lod.faces + _io.io_RemainingBytes());
@@ -645,26 +651,19 @@ void OdolModel::_read_lod_v7(OdolLod& lod) {
   for (OdolSection& s : lod.sections) {
     s.face_start = _io.io_ReadUlong();
     s.face_end = _io.io_ReadUlong();
-    _io.io_ReadUlong();
+    s.bones = _keep(4);
     s.texture = _io.io_ReadShort();
-    _io.io_ReadUlong();
+    s.flags = _keep(4);
   }
   uint32_t selections = _io.io_ReadUlong();
   if (selections > _io.io_RemainingBytes() / 30) throw GE_EOF;
   lod.selections.resize(selections);
   for (OdolSelection& s : lod.selections) {
     s.name = _io.io_ReadAsciiz();
-    std::string_view trimmed = trim_blanks(s.name);
-    if (trimmed.size() != s.name.size()) {
-      _io.io_callback("WARNING****:Named selection '%.*s' has trailing space(s)\r\n", static_cast<int>(s.name.size()),
-                      s.name.data());
-      _trailing = true;
-      s.name = trimmed;
-    }
+    _selection_name(s);
     _array(s.faces, 2);
-    _io.io_ReadUlong();
-    CompressedStruct unknown(4);
-    _array(unknown, 4);
+    s.word = _keep(4);
+    _array(s.unknown, 4);
     _io.io_read(&s.sectional, nullptr);
     _array(s.sections, 4);
     _array(s.vertices, 2);
@@ -672,14 +671,14 @@ void OdolModel::_read_lod_v7(OdolLod& lod) {
   }
   _properties(lod);
   _frames(lod);
-  _io.io_GetAddressAndUpdate(12);  // icon colour, selected colour, special flags
+  lod.colours = _keep(12);  // icon colour, selected colour, special flags
   uint32_t proxies = _io.io_ReadUlong();
   if (proxies > _io.io_RemainingBytes() / 57) throw GE_EOF;
   lod.proxies.resize(proxies);
   for (OdolProxy& p : lod.proxies) {
     p.model = _io.io_ReadAsciiz();
-    uint8_t const* block = _io.io_GetAddressAndUpdate(56);
-    std::memcpy(&p.selection, block + 52, 4);
+    p.block = _keep(56);
+    std::memcpy(&p.selection, p.block.data + 52, 4);
   }
   _check_proxies(lod);
   lod.end = _io.io_GetCurrentOffset();

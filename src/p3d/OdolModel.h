@@ -3,6 +3,7 @@
 // versions 40 and above. Texts and uncompressed arrays are views into the model's buffer; only
 // compressed arrays are expanded into storage of their own.
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -15,22 +16,36 @@ class GenString;
 class P3dCursor;
 class TokenPairs;
 
+// A stored stretch the model keeps as it was read (nothing in it is interpreted): written back as is.
+struct OdolBytes {
+  uint8_t const* data = nullptr;
+  uint64_t size = 0;
+};
+
 struct OdolSection {
   uint32_t face_start = 0, face_end = 0;  // byte offsets into the LOD's face block
   int16_t texture = -1;
   int32_t material = -1;
   std::string_view material_path;  // when the material is named here rather than embedded
+  OdolBytes bones;                 // bone indices and the common point user value
+  OdolBytes flags;                 // the common face flags
+  OdolBytes areas;                 // the area words, without their count
+  OdolBytes extra;                 // version 67 and above: the optional 44-byte record with its word
 };
 
 struct OdolSelection {
   std::string_view name;
   bool sectional = false;
+  uint32_t trailing_blanks = 0;  // stripped from the name on reading, restored on writing
+  OdolBytes word;                // the word after the face indices
   CompressedStruct faces, sections, vertices, weights;
+  CompressedStruct unknown;      // version 7 only
 };
 
 struct OdolProxy {
   std::string_view model;
   uint32_t selection = 0;  // index of the proxy's named selection
+  OdolBytes block;         // the transform and ids; the selection index lies at byte 52
 };
 
 // An animation class: its kind, names and the fixed block of values as stored.
@@ -43,6 +58,7 @@ struct OdolAnimation {
   // Per LOD, the axis position and direction (six f32) of a rotation or translation, or null
   // where the LOD has no bone for it.
   std::vector<uint8_t const*> axes;
+  std::vector<uint32_t> lod_bones;  // the bone it moves in each LOD
 };
 
 struct OdolLod {
@@ -61,6 +77,23 @@ struct OdolLod {
   std::vector<std::pair<std::string_view, std::string_view>> properties;
   float uv_bounds[4] = {0, 0, 1, 1};  // U min, V min, U max, V max of the packed first UV set
   CompressedStruct uv0, positions, normals;
+
+  // What the model keeps only to be written back.
+  CompressedStruct items, point_to_vertex, vertex_to_point;
+  CompressedStruct clip;        // the vertex flags before the hints (up to version 51, and version 7)
+  CompressedStruct vertex_clip; // the clip flags of the vertex tables (version 50 and above)
+  CompressedStruct uv1, st, bones, neighbours;
+  float uv1_bounds[4] = {0, 0, 1, 1};
+  uint32_t uv_sets = 1;
+  uint32_t face_size_word = 0;  // version 7: the size the engine allocates, kept as stored
+  uint8_t one_bone = 0;         // whether every vertex has one bone at most
+  OdolBytes links;              // the bone links: their count and lists
+  OdolBytes vertex_word;        // version 52 and above: the word after the vertex count
+  OdolBytes hints;              // hints, bounds, centre and sphere
+  std::vector<uint64_t> material_sizes;  // each embedded material's stored length
+  OdolBytes frames;             // the frame count and frames
+  OdolBytes colours;            // icon colour, selected colour, special flags
+  OdolBytes lod_end;            // version 67 and above: the closing word and byte
 };
 
 // A packed UV value (signed 16 bits) expanded between its set's bounds. The divisor 65536 (not
@@ -79,7 +112,10 @@ class OdolModel {
 
   void read(P3dCursor& c);
   // Writes the model back in the order it was read.
+  // Every value is written from the model; counts, offsets and sizes are derived afresh.
   void write(BisFileIO& out) const;
+  // A new prefix (version 58 and above), kept by the model.
+  void set_prefix(std::string_view prefix);
   // Writes an editable model of the same LODs.
   void write_mlod(BisFileIO& out) const;
 
@@ -127,15 +163,28 @@ class OdolModel {
   void _selections(OdolLod& lod);
   void _check_proxies(OdolLod const& lod);
   void _properties(OdolLod& lod);
-  void _frames(OdolLod const& lod);
+  void _frames(OdolLod& lod);
+  void _hints(OdolLod& lod);
+  void _selection_name(OdolSelection& s);
   void _vertex_tables(OdolLod& lod);
-  void _uv_set(OdolLod& lod, CompressedStruct* keep);
+  void _uv_set(OdolLod& lod, CompressedStruct& a, float* bounds);
   void _model_info_v7();
+  OdolBytes _keep(uint64_t n);
+  OdolBytes _since(uint8_t const* mark) const;
+  uint32_t _face_size_word(OdolLod const& lod) const;
+  void _put(BisFileIO& out, CompressedStruct const& a, bool fill = false) const;
+  void _write_lod(BisFileIO& out, OdolLod const& lod) const;
+  void _write_lod_v7(BisFileIO& out, OdolLod const& lod) const;
+  void _write_vertex_tables(BisFileIO& out, OdolLod const& lod) const;
+  void _write_sections(BisFileIO& out, OdolLod const& lod) const;
+  void _write_selections(BisFileIO& out, OdolLod const& lod) const;
+  void _write_animations(BisFileIO& out) const;
 
   BisFileIO& _io;
   uint32_t _version = 0;
   uint32_t _app_id = 0;
   std::string_view _prefix;
+  std::string _own_prefix;  // a prefix set after reading
   std::vector<float> _resolutions;
   std::vector<OdolLod> _lods;
   std::vector<uint32_t> _starts, _ends;
@@ -150,4 +199,8 @@ class OdolModel {
   uint8_t const* _data = nullptr;
   uint64_t _size = 0;
   uint64_t _tail_size = 0;
+  OdolBytes _info;          // the model information as stored
+  OdolBytes _bone_tables;   // the animations' bone tables
+  OdolBytes _defaults;      // the LOD defaults
+  bool _has_animations = false;
 };
