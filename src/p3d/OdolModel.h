@@ -3,6 +3,7 @@
 // versions 40 and above. Texts and uncompressed arrays are views into the model's buffer; only
 // compressed arrays are expanded into storage of their own.
 #include <cstdint>
+#include <deque>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -116,6 +117,12 @@ class OdolModel {
   void write(BisFileIO& out) const;
   // A new prefix (version 58 and above), kept by the model.
   void set_prefix(std::string_view prefix);
+  // Points a LOD's texture at another path; false when there is no such texture.
+  bool set_texture(uint32_t lod, uint32_t texture, std::string_view path);
+  // A LOD's entries in the start and end offset tables as read (zero for version 7).
+  std::pair<uint32_t, uint32_t> lod_offsets(uint32_t i) const {
+    return i < _starts.size() ? std::pair{_starts[i], _ends[i]} : std::pair{0u, 0u};
+  }
   // Writes an editable model of the same LODs.
   void write_mlod(BisFileIO& out) const;
 
@@ -184,7 +191,7 @@ class OdolModel {
   uint32_t _version = 0;
   uint32_t _app_id = 0;
   std::string_view _prefix;
-  std::string _own_prefix;  // a prefix set after reading
+  std::deque<std::string> _own_texts;  // texts set after reading; the model's views point into them
   std::vector<float> _resolutions;
   std::vector<OdolLod> _lods;
   std::vector<uint32_t> _starts, _ends;

@@ -52,9 +52,12 @@ void patch(BisFileIO& out, uint64_t at, void const* value, uint64_t size) {
 }
 }  // namespace
 
-void OdolModel::set_prefix(std::string_view prefix) {
-  _own_prefix.assign(prefix);
-  _prefix = _own_prefix;
+void OdolModel::set_prefix(std::string_view prefix) { _prefix = _own_texts.emplace_back(prefix); }
+
+bool OdolModel::set_texture(uint32_t lod, uint32_t texture, std::string_view path) {
+  if (lod >= _lods.size() || texture >= _lods[lod].textures.size()) return false;
+  _lods[lod].textures[texture] = _own_texts.emplace_back(path);
+  return true;
 }
 
 // An array with its count; one that was not changed goes back in its stored form. Writing it

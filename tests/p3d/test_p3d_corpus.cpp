@@ -5,6 +5,7 @@
 
 #include <cstdarg>
 #include <cstdio>
+#include <algorithm>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
@@ -13,6 +14,7 @@
 #include "MlodBuilder.h"
 #include "core/BisDLL.h"
 #include "p3d/Morvane.h"
+#include "p3d/OdolModel.h"
 
 namespace fs = std::filesystem;
 
@@ -138,6 +140,78 @@ TEST(OdolCorpus, EveryModelOpensWithItsVersionAndLodCount) {
       EXPECT_EQ(e->p3d_get_nPoints(e->p3d_get_lod(i)), m->p3d_get_nPoints(m->p3d_get_lod(i))) << name << " lod " << i;
       EXPECT_EQ(e->p3d_get_nFaces(e->p3d_get_lod(i)), m->p3d_get_nFaces(m->p3d_get_lod(i))) << name << " lod " << i;
     }
+  }
+  fs::remove_all(out_dir);
+}
+
+// A binarised model is written from its values: a longer prefix or texture path moves every LOD
+// behind it, and the offset tables follow the LODs to their new places.
+TEST(OdolCorpus, ChangedTextsMoveTheLodsAndTheirOffsets) {
+  fs::path dir = mlod_test::corpus_dir() / "p3d-odol";
+  if (!fs::is_directory(dir)) GTEST_SKIP() << "no corpus at " << dir;
+  struct Case {
+    char const* file;
+    bool prefix;  // otherwise the first texture of the first textured LOD
+  } cases[] = {
+      {"ace_cabletie_odol73.p3d", true},  // its LODs lie out of table order
+      {"ace_cabletie_odol73.p3d", false},
+      {"tfar_TFR_BACKPACK_odol59.p3d", true},
+      {"tfar_clf_prc117g_ap_odol50.p3d", false},
+      {"wwepoch_MBG_Police_Station_odol48.p3d", false},
+      {"acgim_cl_basic_odol7.p3d", false},
+  };
+  std::string tmp = (fs::temp_directory_path() / "vendrak-odol-edit-XXXXXX").string();
+  fs::path out_dir = ::mkdtemp(tmp.data());
+  for (Case const& c : cases) {
+    std::string what = std::string(c.file) + (c.prefix ? " prefix" : " texture");
+    BisDLL dll;
+    Morvane* m = dll.dll_GetMorvane();
+    g_errors.clear();
+    m->p3d_GetIO()->io_SetErrCallBack(keep);
+    ASSERT_EQ(m->p3d_Open((dir / c.file).c_str(), 0, keep), 0) << what << ": " << g_errors;
+    OdolModel* odol = m->p3d_GetOdol();
+    ASSERT_NE(odol, nullptr) << what;
+    uint32_t changed = odol->lod_count();  // the LOD that grows, if any
+    std::string text;
+    if (c.prefix) {
+      text = std::string(odol->prefix()) + "sub\\";
+      odol->set_prefix(text);
+    } else {
+      for (uint32_t i = 0; i < odol->lod_count() && changed == odol->lod_count(); ++i)
+        if (!odol->lod(i)->textures.empty()) changed = i;
+      ASSERT_LT(changed, odol->lod_count()) << what;
+      text = "sub\\" + std::string(odol->lod(changed)->textures[0]);
+      ASSERT_TRUE(odol->set_texture(changed, 0, text)) << what;
+    }
+    fs::path out = out_dir / c.file;
+    ASSERT_EQ(m->p3d_Create(out.c_str()), 0) << what;
+
+    BisDLL dll2;
+    Morvane* e = dll2.dll_GetMorvane();
+    g_errors.clear();
+    e->p3d_GetIO()->io_SetErrCallBack(keep);
+    ASSERT_EQ(e->p3d_Open(out.c_str(), 0, keep), 0) << what << ": " << g_errors;
+    OdolModel const* back = e->p3d_GetOdol();
+    ASSERT_EQ(back->lod_count(), odol->lod_count()) << what;
+    if (c.prefix)
+      EXPECT_EQ(back->prefix(), text) << what;
+    else
+      EXPECT_EQ(back->lod(changed)->textures[0], text) << what;
+    uint64_t first_was = UINT64_MAX, first_now = UINT64_MAX;
+    for (uint32_t i = 0; i < back->lod_count(); ++i) {
+      OdolLod const& a = *odol->lod(i);
+      OdolLod const& b = *back->lod(i);
+      EXPECT_EQ(back->resolution(i), odol->resolution(i)) << what << " lod " << i;
+      EXPECT_EQ(b.nVertices, a.nVertices) << what << " lod " << i;
+      EXPECT_EQ(b.nFaces, a.nFaces) << what << " lod " << i;
+      EXPECT_EQ(b.end - b.start, a.end - a.start + (i == changed ? 4 : 0)) << what << " lod " << i;
+      if (back->version() != 7) {
+        EXPECT_EQ(back->lod_offsets(i), std::make_pair(uint32_t(b.start), uint32_t(b.end))) << what << " lod " << i;
+      }
+      first_was = std::min(first_was, a.start);
+      first_now = std::min(first_now, b.start);
+    }
+    EXPECT_EQ(first_now, first_was + (c.prefix ? 4 : 0)) << what;
   }
   fs::remove_all(out_dir);
 }
