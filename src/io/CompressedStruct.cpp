@@ -60,6 +60,13 @@ void CompressedStruct::cs_Release() {
   _storedLength = 0;
 }
 
+void CompressedStruct::cs_DropExpanded() {
+  if (!_owned || _modified || !_payload || !_storedStart) return;
+  delete[] _Array;
+  _Array = nullptr;
+  _owned = 0;  // the count and capacity still describe the array, which is written back whole
+}
+
 uint64_t CompressedStruct::bytes_of(uint64_t count) const {
   if (_elementSize && count > UINT64_MAX / _elementSize) throw GE_NO_MEMORY;
   return count * _elementSize;
@@ -238,6 +245,7 @@ void CompressedStruct::write_compressed(BisFileIO& io, CompressType type, uint64
 void CompressedStruct::WriteCompressed(BisFileIO& io, CompressType type, uint64_t count) {
   uint64_t const bytes = bytes_of(count);
   if (bytes > _capacity) throw GE_CODE_BUG;  // more elements asked for than the array holds
+  if (!_Array && bytes && !can_reuse_stored(type)) throw GE_CODE_BUG;  // expansion dropped, form changed
 
   if (type & CT_TRIBYTE_SIZE) {
     CompressType method = 0;

@@ -51,6 +51,10 @@ class CompressedStruct {
   // Replaces the contents with `count` elements and marks the array modified.
   void cs_CopyIn(void const* data, uint64_t count);
   void cs_Release();
+  // Frees what was expanded from a compressed stored form that is kept: the array can then only be
+  // written back unchanged (from that form), not read. Arrays a reader keeps only to write them
+  // back cost no memory of their own this way.
+  void cs_DropExpanded();
 
   // Arrays pointing into the input must not be written through; use cs_CopyIn.
   uint8_t* cs_Array() const { return _Array; }

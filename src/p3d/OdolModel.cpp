@@ -50,6 +50,12 @@ void OdolModel::_array(CompressedStruct& a, uint32_t element_size, bool fill) {
   a.ReadCompressed(_io, _mode(fill));
 }
 
+// An array the model only writes back: its expanded form is not kept.
+void OdolModel::_kept(CompressedStruct& a, uint32_t element_size, bool fill) {
+  _array(a, element_size, fill);
+  a.cs_DropExpanded();
+}
+
 // ===== file level ============================================================
 
 void OdolModel::read(P3dCursor& c) {
@@ -281,7 +287,7 @@ void OdolModel::_read_lod(OdolLod& lod) {
     p.block = _keep(64);
     std::memcpy(&p.selection, p.block.data + 52, 4);
   }
-  _array(lod.items, 4);
+  _kept(lod.items, 4);
   uint8_t const* links_start = _io.io_GetAddress();
   uint32_t links = _io.io_ReadUlong();
   if (links > _io.io_RemainingBytes() / 4) throw GE_EOF;
@@ -291,7 +297,7 @@ void OdolModel::_read_lod(OdolLod& lod) {
   if (_version == 50) {
     lod.nVertices = _io.io_ReadUlong();
   } else if (_version < 52) {
-    _array(lod.clip, 4, true);
+    _kept(lod.clip, 4, true);
     lod.nVertices = static_cast<uint32_t>(lod.clip.cs_Count());
   } else {
     lod.nVertices = _io.io_ReadUlong();
@@ -305,8 +311,8 @@ void OdolModel::_read_lod(OdolLod& lod) {
   _materials(lod);
 
   bool wide = _version >= 69;
-  _array(lod.point_to_vertex, wide ? 4 : 2);
-  _array(lod.vertex_to_point, wide ? 4 : 2);
+  _kept(lod.point_to_vertex, wide ? 4 : 2);
+  _kept(lod.vertex_to_point, wide ? 4 : 2);
   _faces(lod, wide);
   _sections(lod);
   _selections(lod);
@@ -411,13 +417,13 @@ void OdolModel::_sections(OdolLod& lod) {
   for (OdolSection& s : lod.sections) {
     s.face_start = _io.io_ReadUlong();
     s.face_end = _io.io_ReadUlong();
-    s.bones = _keep(12);  // bones, common point user value
+    s.bones = _io.io_GetAddressAndUpdate(12);  // bones, common point user value
     s.texture = _io.io_ReadShort();
-    s.flags = _keep(4);   // common face flags
+    s.flags = _io.io_ReadUlong();  // common face flags
     s.material = _io.io_ReadLong();
     if (s.material == -1) s.material_path = _io.io_ReadAsciiz();
-    uint32_t areas = _io.io_ReadUlong();
-    s.areas = _keep(uint64_t{areas} * 4);
+    s.areas = _io.io_ReadUlong();
+    s.area_words = _io.io_GetAddressAndUpdate(uint64_t{s.areas} * 4);
     if (_version >= 67) {
       uint8_t const* mark = _io.io_GetAddress();
       uint32_t extra = _io.io_ReadUlong();
@@ -437,7 +443,7 @@ void OdolModel::_selections(OdolLod& lod) {
     s.name = _io.io_ReadAsciiz();
     _selection_name(s);
     _array(s.faces, index);
-    s.word = _keep(4);
+    s.word = _io.io_ReadUlong();
     _io.io_read(&s.sectional, nullptr);
     _array(s.sections, 4);
     _array(s.vertices, index);
@@ -526,7 +532,7 @@ void OdolModel::_vertex_tables(OdolLod& lod) {
     if (a.cs_Count() != lod.nVertices && !(may_be_empty && a.cs_Count() == 0)) throw P3DERR_VERTEX_MISCOUNT;
   };
   if (_version >= 50) {
-    _array(lod.vertex_clip, 4, true);
+    _kept(lod.vertex_clip, 4, true);
     if (lod.vertex_clip.cs_Count() != lod.nVertices) throw P3DERR_EDGES_MISCOUNT;
   }
   _uv_set(lod, lod.uv0, lod.uv_bounds);
@@ -541,6 +547,7 @@ void OdolModel::_vertex_tables(OdolLod& lod) {
   counted(lod.st, lzo ? 8 : 24, false, true);
   counted(lod.bones, 12, false, true);
   counted(lod.neighbours, 32, false, true);
+  for (CompressedStruct* a : {&lod.uv1, &lod.st, &lod.bones, &lod.neighbours}) a->cs_DropExpanded();
   if (_io.io_GetCurrentOffset() != start + size) _io.io_throw(GE_CODE_BUG, "%s", "\r\nDebug: lod size mismatch\r\n");
 }
 
@@ -610,7 +617,7 @@ void OdolModel::vertex_uv(OdolLod const& lod, uint32_t vertex, float& u, float& 
 
 void OdolModel::_read_lod_v7(OdolLod& lod) {
   lod.start = _io.io_GetCurrentOffset();
-  _array(lod.clip, 4);
+  _kept(lod.clip, 4);
   _array(lod.uv0, 8);
   // Positions and normals are always stored as they are.
   lod.positions.cs_SetElementSize(12);
@@ -626,8 +633,8 @@ void OdolModel::_read_lod_v7(OdolLod& lod) {
   if (textures > _io.io_RemainingBytes()) throw GE_EOF;
   lod.textures.resize(textures);
   for (std::string_view& t : lod.textures) t = _io.io_ReadAsciiz();
-  _array(lod.point_to_vertex, 2);
-  _array(lod.vertex_to_point, 2);
+  _kept(lod.point_to_vertex, 2);
+  _kept(lod.vertex_to_point, 2);
 
   // Faces: flags, texture, corner count and 16-bit vertex indices.
   lod.nFaces = _io.io_ReadUlong();
@@ -651,19 +658,20 @@ void OdolModel::_read_lod_v7(OdolLod& lod) {
   for (OdolSection& s : lod.sections) {
     s.face_start = _io.io_ReadUlong();
     s.face_end = _io.io_ReadUlong();
-    s.bones = _keep(4);
+    s.bones = _io.io_GetAddressAndUpdate(4);
     s.texture = _io.io_ReadShort();
-    s.flags = _keep(4);
+    s.flags = _io.io_ReadUlong();
   }
   uint32_t selections = _io.io_ReadUlong();
   if (selections > _io.io_RemainingBytes() / 30) throw GE_EOF;
   lod.selections.resize(selections);
+  lod.selection_words.resize(selections);
   for (OdolSelection& s : lod.selections) {
     s.name = _io.io_ReadAsciiz();
     _selection_name(s);
     _array(s.faces, 2);
-    s.word = _keep(4);
-    _array(s.unknown, 4);
+    s.word = _io.io_ReadUlong();
+    _kept(lod.selection_words[&s - lod.selections.data()], 4);
     _io.io_read(&s.sectional, nullptr);
     _array(s.sections, 4);
     _array(s.vertices, 2);

@@ -28,9 +28,10 @@ struct OdolSection {
   int16_t texture = -1;
   int32_t material = -1;
   std::string_view material_path;  // when the material is named here rather than embedded
-  OdolBytes bones;                 // bone indices and the common point user value
-  OdolBytes flags;                 // the common face flags
-  OdolBytes areas;                 // the area words, without their count
+  uint32_t flags = 0;              // the common face flags, as stored
+  uint32_t areas = 0;              // the number of area words
+  uint8_t const* bones = nullptr;  // bone indices and the common point user value (4 bytes in version 7)
+  uint8_t const* area_words = nullptr;
   OdolBytes extra;                 // version 67 and above: the optional 44-byte record with its word
 };
 
@@ -38,9 +39,8 @@ struct OdolSelection {
   std::string_view name;
   bool sectional = false;
   uint32_t trailing_blanks = 0;  // stripped from the name on reading, restored on writing
-  OdolBytes word;                // the word after the face indices
+  uint32_t word = 0;             // the word after the face indices, as stored
   CompressedStruct faces, sections, vertices, weights;
-  CompressedStruct unknown;      // version 7 only
 };
 
 struct OdolProxy {
@@ -79,11 +79,12 @@ struct OdolLod {
   float uv_bounds[4] = {0, 0, 1, 1};  // U min, V min, U max, V max of the packed first UV set
   CompressedStruct uv0, positions, normals;
 
-  // What the model keeps only to be written back.
+  // What the model keeps only to be written back: compressed ones in their stored form alone.
   CompressedStruct items, point_to_vertex, vertex_to_point;
   CompressedStruct clip;        // the vertex flags before the hints (up to version 51, and version 7)
   CompressedStruct vertex_clip; // the clip flags of the vertex tables (version 50 and above)
   CompressedStruct uv1, st, bones, neighbours;
+  std::vector<CompressedStruct> selection_words;  // version 7: each selection's array after its word
   float uv1_bounds[4] = {0, 0, 1, 1};
   uint32_t uv_sets = 1;
   uint32_t face_size_word = 0;  // version 7: the size the engine allocates, kept as stored
@@ -155,6 +156,7 @@ class OdolModel {
   OdolLod const* _lod_of(void const* handle) const;
   CompressType _mode(bool fill = false) const;
   void _array(CompressedStruct& a, uint32_t element_size, bool fill = false);
+  void _kept(CompressedStruct& a, uint32_t element_size, bool fill = false);
   void _model_info();
   void _info_opening();
   void _centres_and_occlusion();

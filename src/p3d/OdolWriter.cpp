@@ -169,25 +169,26 @@ void OdolModel::_write_sections(BisFileIO& out, OdolLod const& lod) const {
   for (OdolSection const& s : lod.sections) {
     out.io_WriteUlong(s.face_start);
     out.io_WriteUlong(s.face_end);
-    put_bytes(out, s.bones);
+    out.io_WriteBlock(s.bones, _version == 7 ? 4 : 12);
     out.io_WriteShort(s.texture);
-    put_bytes(out, s.flags);
+    out.io_WriteUlong(s.flags);
     if (_version == 7) continue;
     out.io_WriteLong(s.material);
     if (s.material == -1) put_text(out, s.material_path);
-    put_count(out, s.areas.size / 4);
-    put_bytes(out, s.areas);
+    out.io_WriteUlong(s.areas);
+    if (s.areas) out.io_WriteBlock(s.area_words, uint64_t{s.areas} * 4);
     put_bytes(out, s.extra);
   }
 }
 
 void OdolModel::_write_selections(BisFileIO& out, OdolLod const& lod) const {
   put_count(out, lod.selections.size());
-  for (OdolSelection const& s : lod.selections) {
+  for (size_t i = 0; i < lod.selections.size(); ++i) {
+    OdolSelection const& s = lod.selections[i];
     put_text(out, s.name, s.trailing_blanks);
     _put(out, s.faces);
-    put_bytes(out, s.word);
-    if (_version == 7) _put(out, s.unknown);
+    out.io_WriteUlong(s.word);
+    if (_version == 7) _put(out, lod.selection_words.at(i));
     out.io_WriteByte(s.sectional ? 1 : 0);
     _put(out, s.sections);
     _put(out, s.vertices);
