@@ -3,6 +3,7 @@
 
 #include <cstdarg>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 
@@ -65,6 +66,52 @@ TEST(Odol, RealModelsOpen) {
   EXPECT_EQ(arma.m->p3d_GetOdol()->trailing_size(), 36u);
 }
 
+
+// Written from its values, a model comes back byte for byte; with a longer text it still opens,
+// the text read back and everything behind it moved.
+TEST(Odol, WrittenFromItsValues) {
+  struct Case {
+    char const* file;
+    char const* prefix;   // set when not null
+    char const* texture;  // the first LOD's first texture, set when not null
+  } cases[] = {
+      {"target_odol7.p3d", nullptr, nullptr},
+      {"optic_odol73.p3d", nullptr, nullptr},
+      {"optic_odol73.p3d", "a\\b", nullptr},
+      {"target_odol7.p3d", nullptr, "x\\y.pac"},
+  };
+  std::string out = (std::filesystem::temp_directory_path() / "vendrak-odol-write.p3d").string();
+  for (Case const& c : cases) {
+    Opened o(data(c.file));
+    ASSERT_EQ(o.r, 0) << c.file << ": " << g_text;
+    OdolModel* odol = o.m->p3d_GetOdol();
+    // The file grows or shrinks by the difference in length, nothing else.
+    int64_t grows = 0;
+    if (c.prefix) grows += int64_t(std::strlen(c.prefix)) - int64_t(odol->prefix().size());
+    if (c.texture) grows += int64_t(std::strlen(c.texture)) - int64_t(odol->lod(0)->textures[0].size());
+    if (c.prefix) odol->set_prefix(c.prefix);
+    if (c.texture) {
+      ASSERT_TRUE(odol->set_texture(0, 0, c.texture)) << c.file;
+      EXPECT_FALSE(odol->set_texture(0, 9999, c.texture)) << c.file;
+    }
+    ASSERT_EQ(o.m->p3d_Create(out.c_str()), 0) << c.file;
+    std::ifstream f(out, std::ios::binary);
+    std::stringstream written;
+    written << f.rdbuf();
+    if (!c.prefix && !c.texture) {
+      EXPECT_TRUE(written.str() == o.bytes) << c.file << " was not written back unchanged";
+      continue;
+    }
+    Opened back(written.str());
+    ASSERT_EQ(back.r, 0) << c.file << ": " << g_text;
+    OdolModel const* b = back.m->p3d_GetOdol();
+    EXPECT_EQ(b->prefix(), c.prefix ? c.prefix : odol->prefix()) << c.file;
+    EXPECT_EQ(b->lod(0)->textures[0], c.texture ? c.texture : odol->lod(0)->textures[0]) << c.file;
+    EXPECT_EQ(b->lod(0)->nFaces, odol->lod(0)->nFaces) << c.file;
+    EXPECT_EQ(int64_t(written.str().size()), int64_t(o.bytes.size()) + grows) << c.file;
+  }
+  std::filesystem::remove(out);
+}
 
 TEST(Odol, KindTexts) {
   struct Case {
