@@ -102,8 +102,8 @@ void OdolModel::read(P3dCursor& c) {
   uint8_t const* info = _io.io_GetAddress();
   _model_info();
   _info = _since(info);
-  _io.io_read(&_has_animations, nullptr);
-  if (_has_animations) _animations();
+  _animations_flag = static_cast<uint8_t>(_io.io_ReadByte());
+  if (_animations_flag) _animations();
   _starts.resize(count);
   _ends.resize(count);
   for (uint32_t& s : _starts) s = _io.io_ReadUlong();
@@ -133,6 +133,9 @@ void OdolModel::read(P3dCursor& c) {
     lod.start = here;
     _read_lod(lod);
     lod.end = _io.io_GetCurrentOffset();
+    // The end table is derived from where each LOD ends; a model whose table says otherwise
+    // cannot be written back as it is.
+    if (_ends[index] != lod.end) _io.io_throw(GE_CODE_BUG, "%s", "\r\nlod offset addresses are scrambled\r\n");
   }
   _lods = std::move(read);
   _tail_size = _io.io_RemainingBytes();
@@ -408,6 +411,9 @@ void OdolModel::_faces(OdolLod& lod, bool wide) {
   uint64_t used = c.offset();
   _io.io_GetAddressAndUpdate(used);
   lod.face_bytes = static_cast<uint32_t>(used);
+  if (lod.face_size_word != _face_size_word(lod))
+    _io.io_throw(P3DERR_UNDECODABLE, "\r\nface data size %u, its faces take %u\r\n", lod.face_size_word,
+                 _face_size_word(lod));
 }
 
 void OdolModel::_sections(OdolLod& lod) {
@@ -444,7 +450,7 @@ void OdolModel::_selections(OdolLod& lod) {
     _selection_name(s);
     _array(s.faces, index);
     s.word = _io.io_ReadUlong();
-    _io.io_read(&s.sectional, nullptr);
+    _sectional(s);
     _array(s.sections, 4);
     _array(s.vertices, index);
     _array(s.weights, 1);
@@ -460,6 +466,12 @@ void OdolModel::_selection_name(OdolSelection& s) {
     s.trailing_blanks = static_cast<uint32_t>(s.name.size() - trimmed.size());
     s.name = trimmed;
   }
+}
+
+void OdolModel::_sectional(OdolSelection& s) {
+  uint8_t b = static_cast<uint8_t>(_io.io_ReadByte());
+  s.sectional = b != 0;
+  if (b) s.true_byte = b;
 }
 
 void OdolModel::_check_proxies(OdolLod const& lod) {
@@ -672,7 +684,7 @@ void OdolModel::_read_lod_v7(OdolLod& lod) {
     _array(s.faces, 2);
     s.word = _io.io_ReadUlong();
     _kept(lod.selection_words[&s - lod.selections.data()], 4);
-    _io.io_read(&s.sectional, nullptr);
+    _sectional(s);
     _array(s.sections, 4);
     _array(s.vertices, 2);
     _array(s.weights, 1);

@@ -38,6 +38,7 @@ struct OdolSection {
 struct OdolSelection {
   std::string_view name;
   bool sectional = false;
+  uint8_t true_byte = 1;  // how a true `sectional` was stored: any byte but 0 reads as true
   uint32_t trailing_blanks = 0;  // stripped from the name on reading, restored on writing
   uint32_t word = 0;             // the word after the face indices, as stored
   CompressedStruct faces, sections, vertices, weights;
@@ -175,6 +176,7 @@ class OdolModel {
   void _frames(OdolLod& lod);
   void _hints(OdolLod& lod);
   void _selection_name(OdolSelection& s);
+  void _sectional(OdolSelection& s);
   void _vertex_tables(OdolLod& lod);
   void _uv_set(OdolLod& lod, CompressedStruct& a, float* bounds);
   void _model_info_v7();
@@ -211,5 +213,5 @@ class OdolModel {
   OdolBytes _info;          // the model information as stored
   OdolBytes _bone_tables;   // the animations' bone tables
   OdolBytes _defaults;      // the LOD defaults
-  bool _has_animations = false;
+  uint8_t _animations_flag = 0;  // any byte but 0 says animations follow; kept as stored
 };

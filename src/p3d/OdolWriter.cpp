@@ -91,8 +91,8 @@ void OdolModel::write(BisFileIO& out) const {
 
   for (float r : _resolutions) out.io_WriteFloat(r);
   put_bytes(out, _info);
-  out.io_WriteByte(_has_animations ? 1 : 0);
-  if (_has_animations) _write_animations(out);
+  out.io_WriteByte(_animations_flag);
+  if (_animations_flag) _write_animations(out);
   // The offset tables are filled in once the LODs are where they will stay.
   uint64_t const table = out.io_GetCurrentOffset(1);
   std::vector<uint32_t> offsets(2 * _lods.size(), 0);
@@ -189,7 +189,7 @@ void OdolModel::_write_selections(BisFileIO& out, OdolLod const& lod) const {
     _put(out, s.faces);
     out.io_WriteUlong(s.word);
     if (_version == 7) _put(out, lod.selection_words.at(i));
-    out.io_WriteByte(s.sectional ? 1 : 0);
+    out.io_WriteByte(s.sectional ? s.true_byte : 0);
     _put(out, s.sections);
     _put(out, s.vertices);
     _put(out, s.weights);

@@ -129,6 +129,12 @@ TEST(Odol, KindTexts) {
 
 TEST(Odol, FailuresEndWithTheirCodes) {
   std::string v7 = data("target_odol7.p3d"), v73 = data("optic_odol73.p3d");
+  size_t face_size_at = 0;  // the first LOD's face data size word
+  {
+    Opened o(v73);
+    ASSERT_EQ(o.r, 0) << g_text;
+    face_size_at = static_cast<size_t>(o.m->p3d_GetOdol()->lod(0)->faces - reinterpret_cast<uint8_t const*>(o.bytes.data())) - 6;
+  }
   struct Case {
     char const* what;
     std::string bytes;
@@ -142,6 +148,11 @@ TEST(Odol, FailuresEndWithTheirCodes) {
       // The LOD's start offset no longer names where it lies.
       {"scrambled offsets", [&] { std::string s = v73; put32(s, 0x12e, 0x138); return s; }(), GE_CODE_BUG,
        "lod offset addresses are scrambled"},
+      // Words derived from the LODs that disagree with them: the model could not be written back.
+      {"wrong end offset", [&] { std::string s = v73; put32(s, 0x132, 0x138); return s; }(), GE_CODE_BUG,
+       "lod offset addresses are scrambled"},
+      {"wrong face data size", [&] { std::string s = v73; put32(s, face_size_at, 102); return s; }(),
+       P3DERR_UNDECODABLE, "\r\nface data size 102, its faces take 120\r\n"},
       {"cut in a LOD", v73.substr(0, 0x300), GE_EOF, ""},
   };
   for (Case const& c : cases) {
