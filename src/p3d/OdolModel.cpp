@@ -50,10 +50,12 @@ void OdolModel::_array(CompressedStruct& a, uint32_t element_size, bool fill) {
   a.ReadCompressed(_io, _mode(fill));
 }
 
-// An array the model only writes back: its expanded form is not kept.
-void OdolModel::_kept(CompressedStruct& a, uint32_t element_size, bool fill) {
-  _array(a, element_size, fill);
-  a.cs_DropExpanded();
+// The arrays a LOD keeps only to write back lose their expanded form once the LOD is read.
+void OdolModel::_drop_expanded(OdolLod& lod) {
+  for (CompressedStruct* a : {&lod.items, &lod.point_to_vertex, &lod.vertex_to_point, &lod.clip, &lod.vertex_clip,
+                              &lod.uv1, &lod.st, &lod.bones, &lod.neighbours})
+    a->cs_DropExpanded();
+  for (CompressedStruct& a : lod.selection_words) a.cs_DropExpanded();
 }
 
 // ===== file level ============================================================
@@ -290,7 +292,7 @@ void OdolModel::_read_lod(OdolLod& lod) {
     p.block = _keep(64);
     std::memcpy(&p.selection, p.block.data + 52, 4);
   }
-  _kept(lod.items, 4);
+  _array(lod.items, 4);
   uint8_t const* links_start = _io.io_GetAddress();
   uint32_t links = _io.io_ReadUlong();
   if (links > _io.io_RemainingBytes() / 4) throw GE_EOF;
@@ -300,7 +302,7 @@ void OdolModel::_read_lod(OdolLod& lod) {
   if (_version == 50) {
     lod.nVertices = _io.io_ReadUlong();
   } else if (_version < 52) {
-    _kept(lod.clip, 4, true);
+    _array(lod.clip, 4, true);
     lod.nVertices = static_cast<uint32_t>(lod.clip.cs_Count());
   } else {
     lod.nVertices = _io.io_ReadUlong();
@@ -314,8 +316,8 @@ void OdolModel::_read_lod(OdolLod& lod) {
   _materials(lod);
 
   bool wide = _version >= 69;
-  _kept(lod.point_to_vertex, wide ? 4 : 2);
-  _kept(lod.vertex_to_point, wide ? 4 : 2);
+  _array(lod.point_to_vertex, wide ? 4 : 2);
+  _array(lod.vertex_to_point, wide ? 4 : 2);
   _faces(lod, wide);
   _sections(lod);
   _selections(lod);
@@ -332,6 +334,7 @@ void OdolModel::_read_lod(OdolLod& lod) {
     if (b > 1) throw "v68 endlod not bool";
   }
   lod.lod_end = _since(end);
+  _drop_expanded(lod);
 }
 
 // Hints, vertex bounds, auto centre and sphere: kept as stored.
@@ -544,7 +547,7 @@ void OdolModel::_vertex_tables(OdolLod& lod) {
     if (a.cs_Count() != lod.nVertices && !(may_be_empty && a.cs_Count() == 0)) throw P3DERR_VERTEX_MISCOUNT;
   };
   if (_version >= 50) {
-    _kept(lod.vertex_clip, 4, true);
+    _array(lod.vertex_clip, 4, true);
     if (lod.vertex_clip.cs_Count() != lod.nVertices) throw P3DERR_EDGES_MISCOUNT;
   }
   _uv_set(lod, lod.uv0, lod.uv_bounds);
@@ -559,7 +562,6 @@ void OdolModel::_vertex_tables(OdolLod& lod) {
   counted(lod.st, lzo ? 8 : 24, false, true);
   counted(lod.bones, 12, false, true);
   counted(lod.neighbours, 32, false, true);
-  for (CompressedStruct* a : {&lod.uv1, &lod.st, &lod.bones, &lod.neighbours}) a->cs_DropExpanded();
   if (_io.io_GetCurrentOffset() != start + size) _io.io_throw(GE_CODE_BUG, "%s", "\r\nDebug: lod size mismatch\r\n");
 }
 
@@ -629,7 +631,7 @@ void OdolModel::vertex_uv(OdolLod const& lod, uint32_t vertex, float& u, float& 
 
 void OdolModel::_read_lod_v7(OdolLod& lod) {
   lod.start = _io.io_GetCurrentOffset();
-  _kept(lod.clip, 4);
+  _array(lod.clip, 4);
   _array(lod.uv0, 8);
   // Positions and normals are always stored as they are.
   lod.positions.cs_SetElementSize(12);
@@ -645,8 +647,8 @@ void OdolModel::_read_lod_v7(OdolLod& lod) {
   if (textures > _io.io_RemainingBytes()) throw GE_EOF;
   lod.textures.resize(textures);
   for (std::string_view& t : lod.textures) t = _io.io_ReadAsciiz();
-  _kept(lod.point_to_vertex, 2);
-  _kept(lod.vertex_to_point, 2);
+  _array(lod.point_to_vertex, 2);
+  _array(lod.vertex_to_point, 2);
 
   // Faces: flags, texture, corner count and 16-bit vertex indices.
   lod.nFaces = _io.io_ReadUlong();
@@ -683,7 +685,7 @@ void OdolModel::_read_lod_v7(OdolLod& lod) {
     _selection_name(s);
     _array(s.faces, 2);
     s.word = _io.io_ReadUlong();
-    _kept(lod.selection_words[&s - lod.selections.data()], 4);
+    _array(lod.selection_words[&s - lod.selections.data()], 4);
     _sectional(s);
     _array(s.sections, 4);
     _array(s.vertices, 2);
@@ -702,6 +704,7 @@ void OdolModel::_read_lod_v7(OdolLod& lod) {
   }
   _check_proxies(lod);
   lod.end = _io.io_GetCurrentOffset();
+  _drop_expanded(lod);
 }
 
 void OdolModel::_model_info_v7() {

@@ -157,7 +157,7 @@ class OdolModel {
   OdolLod const* _lod_of(void const* handle) const;
   CompressType _mode(bool fill = false) const;
   void _array(CompressedStruct& a, uint32_t element_size, bool fill = false);
-  void _kept(CompressedStruct& a, uint32_t element_size, bool fill = false);
+  void _drop_expanded(OdolLod& lod);
   void _model_info();
   void _info_opening();
   void _centres_and_occlusion();
