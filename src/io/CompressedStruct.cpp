@@ -45,8 +45,7 @@ CompressedStruct& CompressedStruct::operator=(CompressedStruct&& other) noexcept
   _payload = other._payload;
   _readType = other._readType;
   _modified = other._modified;
-  _gridDecoder = std::move(other._gridDecoder);
-  _gridEncoder = std::move(other._gridEncoder);
+  _grid = std::move(other._grid);
   return *this;
 }
 
@@ -171,8 +170,8 @@ int CompressedStruct::__ReadCompressed(BisFileIO& io, CompressType type, uLongPa
     if (count > UINT64_MAX / 2) throw GE_NO_MEMORY;
     check_unbacked(bytes_of(2 * count));
     allocate_bytes(bytes_of(2 * count));
-    if (!_gridDecoder) throw GE_CODE_BUG;  // the owning format must say how its grids are stored
-    _gridDecoder(io, *this, dimensions, type);
+    if (!_grid || !_grid->decoder) throw GE_CODE_BUG;  // the owning format must say how its grids are stored
+    _grid->decoder(io, *this, dimensions, type);
     return 1;
   }
 
@@ -283,8 +282,8 @@ void CompressedStruct::WriteCompressed(BisFileIO& io, CompressType type, uint64_
       return;
     }
     io.io_WriteByte(1);
-    if (!_gridEncoder) throw GE_CODE_BUG;
-    _gridEncoder(io, *this, type);
+    if (!_grid || !_grid->encoder) throw GE_CODE_BUG;
+    _grid->encoder(io, *this, type);
     return;
   }
 

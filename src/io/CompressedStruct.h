@@ -1,6 +1,7 @@
 #pragma once
 #include <cstdint>
 #include <functional>
+#include <memory>
 
 #include "io/BisTypes.h"
 #include "io/CompressType.h"
@@ -34,8 +35,8 @@ class CompressedStruct {
 
   void cs_SetElementSize(uint32_t size) { _elementSize = size; }
   void cs_SetEngine(CompressionEngine* engine) { _engine = engine; }
-  void cs_SetGridDecoder(GridDecoder decoder) { _gridDecoder = std::move(decoder); }
-  void cs_SetGridEncoder(GridEncoder encoder) { _gridEncoder = std::move(encoder); }
+  void cs_SetGridDecoder(GridDecoder decoder) { grid().decoder = std::move(decoder); }
+  void cs_SetGridEncoder(GridEncoder encoder) { grid().encoder = std::move(encoder); }
 
   // Reads one array at the cursor and records its stored form. Returns 1, or 0 for an unknown
   // grid flag. `expanded_size` (bytes) is used by arrays with a 3-byte size.
@@ -85,8 +86,18 @@ class CompressedStruct {
   uint8_t const* _payload = nullptr;  // within the stored form: what follows the header fields
   CompressType _readType = 0;
   bool _modified = false;
-  GridDecoder _gridDecoder;
-  GridEncoder _gridEncoder;
+  // Only arrays stored as grids have coders: kept apart, the many other arrays a model or record
+  // holds stay small.
+  struct GridCoders {
+    GridDecoder decoder;
+    GridEncoder encoder;
+  };
+  std::unique_ptr<GridCoders> _grid;
+
+  GridCoders& grid() {
+    if (!_grid) _grid = std::make_unique<GridCoders>();
+    return *_grid;
+  }
 
   uint8_t* allocate_bytes(uint64_t bytes);
   void point_raw(BisFileIO& io, uint64_t bytes);
