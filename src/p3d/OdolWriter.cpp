@@ -76,7 +76,8 @@ uint32_t OdolModel::_face_size_word(OdolLod const& lod) const {
 
 void OdolModel::write(BisFileIO& out) const {
   uint64_t const base = out.io_GetCurrentOffset(1);
-  out.io_WriteBlock("ODOL", 4);
+  // The signature as it was stored: the reader takes it in any letter case.
+  out.io_WriteBlock(_data, 4);
   out.io_WriteUlong(_version);
   if (has_app_id()) out.io_WriteUlong(_app_id);
   if (has_prefix()) put_text(out, _prefix);
