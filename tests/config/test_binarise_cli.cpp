@@ -1,23 +1,18 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "support/CliRun.h"
+
 namespace fs = std::filesystem;
+using clirun::slurp;
 
 namespace {
-
-struct CliResult {
-  int status;
-  std::string err;
-};
 
 // A fresh folder per test process: test cases may run at once.
 fs::path scratch() {
@@ -29,21 +24,11 @@ fs::path scratch() {
   return dir;
 }
 
-std::string slurp(fs::path const& p) {
-  std::stringstream s;
-  s << std::ifstream(p, std::ios::binary).rdbuf();
-  return s.str();
-}
-
 void put(fs::path const& p, std::string const& text) { std::ofstream(p, std::ios::binary) << text; }
 
 // Runs the tool in the scratch folder (no argument holds a quote).
-CliResult vendrak(std::string const& args) {
-  fs::path err = scratch() / "stderr";
-  std::string cmd = "cd '" + scratch().string() + "' && '" VENDRAK_CLI_PATH "' " + args + " 2>'" + err.string() +
-                    "' >/dev/null </dev/null";
-  int st = std::system(cmd.c_str());
-  return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, slurp(err)};
+clirun::CliRun vendrak(std::string const& args) {
+  return clirun::run_tool(args, (scratch() / "tool").string(), scratch().string());
 }
 
 fs::path corpus() {
@@ -56,11 +41,11 @@ TEST(BinariseCli, CorpusRoundTripThroughTheCommandLine) {
   fs::path dir = corpus() / "rap";
   if (!fs::is_directory(dir)) GTEST_SKIP() << "no corpus at " << corpus();
   for (auto const& e : fs::directory_iterator(dir)) {
-    CliResult d = vendrak("cfg decode '" + e.path().string() + "' -o t.cpp -f");
+    clirun::CliRun d = vendrak("cfg decode '" + e.path().string() + "' -o t.cpp -f");
     ASSERT_EQ(d.status, 0) << d.err;
-    CliResult b = vendrak("cfg binarise t.cpp -o y.bin -f");
+    clirun::CliRun b = vendrak("cfg binarise t.cpp -o y.bin -f");
     ASSERT_EQ(b.status, 0) << e.path() << b.err;
-    EXPECT_TRUE(slurp(e.path()) == slurp(scratch() / "y.bin")) << e.path();
+    EXPECT_TRUE(slurp(e.path().string()) == slurp((scratch() / "y.bin").string())) << e.path();
   }
 }
 
@@ -91,7 +76,7 @@ TEST(BinariseCli, OutputNamesStatusesAndFailures) {
       {"cfg binarise missing.cpp", 3, "vendrak: missing.cpp: No such file or directory", nullptr},
   };
   for (auto const& c : cases) {
-    CliResult r = vendrak(c.args);
+    clirun::CliRun r = vendrak(c.args);
     EXPECT_EQ(r.status, c.status) << c.args << "\n" << r.err;
     EXPECT_NE(r.err.find(c.err), std::string::npos) << c.args << "\n" << r.err;
     if (c.written) {
@@ -99,14 +84,14 @@ TEST(BinariseCli, OutputNamesStatusesAndFailures) {
     }
   }
   // A failed binarise leaves the old output as it was, and no temporary file behind.
-  EXPECT_EQ(slurp(scratch() / "dup.bin"), "old");
+  EXPECT_EQ(slurp((scratch() / "dup.bin").string()), "old");
   std::set<std::string> names;
   for (auto const& e : fs::directory_iterator(scratch())) names.insert(e.path().filename().string());
   for (auto const& n : names) EXPECT_EQ(n.find(".vendrak-"), std::string::npos) << n;
   EXPECT_EQ(names.count("w2.bin") + names.count("eval.bin"), 0u);
   // The OFP and Arma outputs both begin with the format's signature.
-  EXPECT_EQ(slurp(scratch() / "ofp.bin").substr(0, 7), std::string("\0raP\4\0\0", 7));
-  EXPECT_EQ(slurp(scratch() / "config.bin").substr(0, 12), std::string("\0raP\0\0\0\0\x08\0\0\0", 12));
+  EXPECT_EQ(slurp((scratch() / "ofp.bin").string()).substr(0, 7), std::string("\0raP\4\0\0", 7));
+  EXPECT_EQ(slurp((scratch() / "config.bin").string()).substr(0, 12), std::string("\0raP\0\0\0\0\x08\0\0\0", 12));
   fs::remove_all(scratch());
 }
 }  // namespace

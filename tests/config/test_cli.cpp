@@ -1,12 +1,10 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <fstream>
-#include <sstream>
 
 #include "RapWriter.h"
+#include "support/CliRun.h"
 
 namespace {
 
@@ -15,27 +13,15 @@ std::string tmp(char const* name) {
   return ::testing::TempDir() + "kaltor_cli_" + std::to_string(getpid()) + "_" + name;
 }
 
-std::string read_file(std::string const& p) {
-  std::stringstream s;
-  s << std::ifstream(p, std::ios::binary).rdbuf();
-  return s.str();
-}
-
 void write_file(std::string const& p, Bytes const& b) {
   std::ofstream(p, std::ios::binary).write(reinterpret_cast<char const*>(b.data()), std::streamsize(b.size()));
 }
 
-struct CliRun {
-  int status;
-  std::string out, err;
-};
+using clirun::CliRun;
+using clirun::slurp;
 
-// Runs the command-line tool with its output streams caught in files (no argument holds a quote).
 CliRun vendrak(std::vector<std::string> const& args) {
-  std::string cmd = "'" VENDRAK_CLI_PATH "' cfg decode", out = tmp("stdout"), err = tmp("stderr");
-  for (auto const& a : args) cmd += " '" + a + "'";
-  int st = std::system((cmd + " >'" + out + "' 2>'" + err + "' </dev/null").c_str());
-  return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, read_file(out), read_file(err)};
+  return clirun::run_tool("cfg decode " + clirun::quoted(args), tmp("tool"));
 }
 
 std::string without_now_line(std::string t) {
@@ -58,7 +44,7 @@ TEST(KaltorCli, Decode) {
   EXPECT_TRUE(to_file.out.empty());
   std::string crlf;
   for (char c : without_now_line(plain.out)) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
-  EXPECT_EQ(without_now_line(read_file(out)), crlf);
+  EXPECT_EQ(without_now_line(slurp(out)), crlf);
   std::remove(out.c_str());
   CliRun spaces = vendrak({in, "--no-tabs"});
   EXPECT_EQ(spaces.out.find('\t'), std::string::npos);

@@ -1,23 +1,16 @@
 // The sound commands of the tool, run as a user would.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
 #include "SoundFixture.h"
+#include "support/CliRun.h"
 
 using namespace soundtest;
 
 namespace {
-struct Outcome {
-  int status;
-  std::string out, err;
-};
+using Outcome = clirun::CliRun;
 
 struct SoundCli : SoundTest {
-  Outcome run(std::string const& args) {
-    std::string cmd = "'" VENDRAK_CLI_PATH "' " + args + " >'" + out("stdout") + "' 2>'" + out("stderr") + "'";
-    int s = std::system(cmd.c_str());
-    return {WIFEXITED(s) ? WEXITSTATUS(s) : -1, read_file(out("stdout")), read_file(out("stderr"))};
-  }
+  Outcome run(std::string const& args) { return clirun::run_tool(args, out("tool")); }
 };
 
 TEST_F(SoundCli, InfoReportsAndInfoDispatchesBySignature) {

@@ -1,24 +1,18 @@
 // The terrain commands as a user runs them.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
-
 #include "terrain/WrpTestUtil.h"
+#include "support/CliRun.h"
 
 using namespace wrp_test;
 
 namespace {
-struct CliRun {
-  int status;
-  std::string out, err;
-};
+using clirun::CliRun;
 
 CliRun vendrak(std::string const& args, TempFolder const& tmp) {
-  std::string out = tmp / "stdout", err = tmp / "stderr";
-  int st = std::system(("'" VENDRAK_CLI_PATH "' " + args + " >'" + out + "' 2>'" + err + "' </dev/null").c_str());
-  return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, get_file(out), get_file(err)};
+  std::string stem = tmp / "tool";
+  return clirun::run_tool(args, stem);
 }
 
 TEST(WrpCli, CommandsOnRealAndDamagedTerrains) {
