@@ -1,6 +1,10 @@
 #pragma once
 #include <cstdarg>
 #include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <string>
 
 #include "RapWriter.h"
@@ -40,4 +44,15 @@ inline Decoded decode(Bytes const& b, bool tabs = true, int per_line = 0) {
   size_t at = d.text.find("#define ");
   if (at != std::string::npos) d.body = d.text.substr(d.text.find("\r\n\r\n", at) + 4);
   return d;
+}
+
+// The corpus beside the source tree; a worktree elsewhere names it in VENDRAK_CORPUS.
+inline std::filesystem::path corpus() {
+  char const* env = std::getenv("VENDRAK_CORPUS");
+  return env && *env ? std::filesystem::path(env) : std::filesystem::path(VENDRAK_CORPUS);
+}
+
+inline Bytes file_bytes(std::filesystem::path const& p) {
+  std::ifstream f(p, std::ios::binary);
+  return Bytes((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
 }

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "DecodeHelpers.h"
 #include "support/CliRun.h"
 
 namespace fs = std::filesystem;
@@ -29,11 +30,6 @@ void put(fs::path const& p, std::string const& text) { std::ofstream(p, std::ios
 // Runs the tool in the scratch folder (no argument holds a quote).
 clirun::CliRun vendrak(std::string const& args) {
   return clirun::run_tool(args, (scratch() / "tool").string(), scratch().string());
-}
-
-fs::path corpus() {
-  char const* env = std::getenv("VENDRAK_CORPUS");
-  return env && *env ? fs::path(env) : fs::path(VENDRAK_CORPUS);
 }
 
 // decode X -o t.cpp, then binarise t.cpp -o y.bin: y.bin is X, byte for byte.

@@ -1,9 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-
 #include "DecodeHelpers.h"
 #include "config/Sembric.h"
 #include "core/BisDLL.h"
@@ -11,17 +7,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-// The corpus beside the source tree; a worktree elsewhere names it in VENDRAK_CORPUS.
-fs::path corpus() {
-  char const* env = std::getenv("VENDRAK_CORPUS");
-  return env && *env ? fs::path(env) : fs::path(VENDRAK_CORPUS);
-}
-
-std::vector<uint8_t> slurp(fs::path const& p) {
-  std::ifstream f(p, std::ios::binary);
-  return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-}
-
 // Every binarised config of the corpus (and the OFP-dialect save) written again, from the file
 // itself through the decoder's tree and from the decoder's text through the reader: both must
 // give the very same bytes.
@@ -32,7 +17,7 @@ TEST(BinariseCorpus, BinarisedConfigsWriteBackByteForByte) {
   for (auto const& e : fs::directory_iterator(dir)) files.push_back(e.path());
   files.push_back(corpus() / "other" / "cwrce_synthetic_save.fps");
   for (auto const& p : files) {
-    auto in = slurp(p);
+    auto in = file_bytes(p);
     BisDLL dll;
     Kaltor* k = dll.dll_GetKaltor();
     char const* text = nullptr;
