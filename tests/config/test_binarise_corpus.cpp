@@ -26,9 +26,9 @@ TEST(BinariseCorpus, BinarisedConfigsWriteBackByteForByte) {
     std::string b(in.begin(), in.end());
     for (std::string const* source : {&b, &t}) {
       Sembric* s = dll.dll_GetRap();
-      captured().clear();
-      ASSERT_EQ(s->rap_Create("t.cpp", 0, capture, source->data(), static_cast<unsigned>(source->size())), 0)
-          << p << captured();
+      g_msgs.clear();
+      ASSERT_EQ(s->rap_Create("t.cpp", 0, capture_msg, source->data(), static_cast<unsigned>(source->size())), 0)
+          << p << g_msgs;
       std::vector<uint8_t> out;
       bool ofp = in.size() > 6 && in[4] == 4;
       ASSERT_EQ(s->rap_Output(out, ofp ? 0 : Sembric::RAPO_ARMA), 0) << p;
@@ -75,9 +75,9 @@ TEST(BinariseCorpus, RealSourcesBinariseAndDecodeToTheirTree) {
     BisDLL dll;
     Sembric* s = dll.dll_GetRap();
     for (auto const& f : folders) s->rap_AddIncludeFolder(f.c_str());
-    captured().clear();
-    s->rap_GetIO()->io_SetErrCallBack(capture);
-    ASSERT_EQ(s->rap_Create(file.c_str(), 0, nullptr), 0) << file << "\n" << captured();
+    g_msgs.clear();
+    s->rap_GetIO()->io_SetErrCallBack(capture_msg);
+    ASSERT_EQ(s->rap_Create(file.c_str(), 0, nullptr), 0) << file << "\n" << g_msgs;
     for (int flags : {0, Sembric::RAPO_ARMA}) {
       std::vector<uint8_t> out;
       ASSERT_EQ(s->rap_Output(out, flags), 0) << file;

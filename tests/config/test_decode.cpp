@@ -159,7 +159,7 @@ TEST(KaltorText, XboxSignature) {
   Bytes signed_file = xbox(cls("", {v_i("x", 1)}), key);
   BisDLL dll;
   Kaltor* k = dll.dll_GetKaltor();
-  k->drp_GetIO()->io_SetStdioCallBack(capture);
+  k->drp_GetIO()->io_SetStdioCallBack(capture_msg);
   // what, key, bytes, code, signature state, "not verified" warned
   std::tuple<char const*, unsigned char const*, Bytes, int, Kaltor::Signature, bool> const cases[] = {
       {"right key", key, signed_file, 0, Kaltor::SIG_VERIFIED, false},
@@ -168,12 +168,12 @@ TEST(KaltorText, XboxSignature) {
       {"empty root", key, xbox(cls("", {}), key), 0, Kaltor::SIG_VERIFIED, false},
   };
   for (auto const& [what, with_key, bytes, code, sig, warned] : cases) {
-    captured().clear();
+    g_msgs.clear();
     k->drp_SetXboxKey(with_key);
     GenString text;
     EXPECT_EQ(k->drp_Decode(bytes.data(), bytes.size(), text), code) << what;
     EXPECT_EQ(k->drp_GetSignature(), sig) << what;
-    EXPECT_EQ(captured().find("not verified") != std::string::npos, warned) << what;
+    EXPECT_EQ(g_msgs.find("not verified") != std::string::npos, warned) << what;
     if (!code) {
       EXPECT_NE(std::string(text.c_str()).find("#define _XBOX_ WithSignature\r\n\r\n"), std::string::npos);
       EXPECT_EQ(k->drp_GetDialect(), Kaltor::DIALECT_XBOX);
