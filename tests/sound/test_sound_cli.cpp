@@ -13,22 +13,31 @@ struct SoundCli : SoundTest {
   Outcome run(std::string const& args) { return clirun::run_tool(args, out("tool")); }
 };
 
-TEST_F(SoundCli, InfoReportsAndInfoDispatchesBySignature) {
-  std::string data = samples16(sine(8000, 1, 440, 8000, 9000));
-  put_file(out("a.wav"), wav(Fmt::pcm(1, 8000, 16), data));
+// Reports, dispatch by signature, and failures named with their path and code.
+TEST_F(SoundCli, InfoAndLipReportsAndStatuses) {
+  put_file(out("a.wav"), wav(Fmt::pcm(1, 8000, 16), samples16(sine(8000, 1, 440, 8000, 9000))));
   put_file(out("b.wss"), wss(Fmt::pcm(1, 8000, 16), 8, std::string(8000, '\x01')));
-  Outcome r = run("sound info " + out("a.wav"));
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(r.out.find("WAV Mono UnCompressed\nSamplesPerSec 8000\n"), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("Playtime:     1.00 Seconds\n"), std::string::npos) << r.out;
-  r = run("info --json " + out("b.wss"));
-  EXPECT_EQ(r.status, 0) << r.err;
-  EXPECT_NE(r.out.find("\"format\": \"wss\""), std::string::npos) << r.out;
-  EXPECT_NE(r.out.find("\"compression\": 8"), std::string::npos) << r.out;
-  put_file(out("c.wss"), wss(Fmt::pcm(3, 8000, 16), 0, data));
-  r = run("sound info " + out("c.wss"));
-  EXPECT_EQ(r.status, 12);
-  EXPECT_EQ(r.err, "vendrak: " + out("c.wss") + ": Sonmar: UNKNOWN_CHANNELS (12)\n");
+  put_file(out("c.wss"), wss(Fmt::pcm(3, 8000, 16), 0, samples16({1, 2, 3})));
+  put_file(out("s.wav"), wav(Fmt::pcm(2, 8000, 16), samples16({5, 5})));
+  struct Case {
+    std::string args;
+    int status;
+    std::vector<std::string> out;  // pieces of standard output
+    std::string err;               // the whole of standard error
+  } const cases[] = {
+      {"sound info " + out("a.wav"), 0, {"WAV Mono UnCompressed\nSamplesPerSec 8000\n", "Playtime:     1.00 Seconds\n"}, ""},
+      {"info --json " + out("b.wss"), 0, {"\"format\": \"wss\"", "\"compression\": 8"}, ""},
+      {"sound info " + out("c.wss"), 12, {}, "vendrak: " + out("c.wss") + ": Sonmar: UNKNOWN_CHANNELS (12)\n"},
+      {"sound lip " + out("s.wav") + " " + out("s.lip"), 17, {},
+       "vendrak: " + out("s.wav") + ": pcm data is not 16bit mono (17)\n"},
+  };
+  for (auto const& c : cases) {
+    Outcome r = run(c.args);
+    EXPECT_EQ(r.status, c.status) << c.args << "\n" << r.err;
+    for (auto const& piece : c.out) EXPECT_NE(r.out.find(piece), std::string::npos) << c.args << "\n" << r.out;
+    EXPECT_EQ(r.err, c.err) << c.args;
+  }
+  EXPECT_FALSE(fs::exists(out("s.lip")));  // a lip file that cannot be made is not written
 }
 
 TEST_F(SoundCli, ConvertFollowsTheExtensionAndKeepsExistingFiles) {
@@ -53,11 +62,4 @@ TEST_F(SoundCli, ConvertFollowsTheExtensionAndKeepsExistingFiles) {
   EXPECT_EQ(r.out, wav(Fmt::pcm(2, 22050, 16), data));
 }
 
-TEST_F(SoundCli, LipWritesNothingWhenItCannot) {
-  put_file(out("s.wav"), wav(Fmt::pcm(2, 8000, 16), samples16({5, 5})));
-  Outcome r = run("sound lip " + out("s.wav") + " " + out("s.lip"));
-  EXPECT_EQ(r.status, 17);
-  EXPECT_EQ(r.err, "vendrak: " + out("s.wav") + ": pcm data is not 16bit mono (17)\n");
-  EXPECT_FALSE(fs::exists(out("s.lip")));
-}
 }  // namespace
