@@ -18,7 +18,7 @@ TEST(KaltorText, LayoutOfEveryEntryKind) {
       {cls("", {v_str("s", "say \"hi\"\nbye")}), "s = \"say \"\"hi\"\"\" \\n \"bye\";\r\n"},
       {cls("", {v_str("s", "")}), "s = \"\";\r\n"},
       {cls("", {v_f("f", 0.1f), v_f("g", 2.0f)}), "f = 0.1;\r\ng = 2.0;\r\n"},
-      {cls("", {v_d("d", 0.5), v_l("l", -9000000000LL)}), "d = 0.5;\r\nl = -9000000000;\r\n"},
+      {cls("", {v_d("d", 1.0 / 3), v_l("l", -9000000000LL)}), "d = 0.3333333333333333;\r\nl = -9000000000;\r\n"},
       {cls("", {v_i("lo", INT_MIN), v_i("hi", INT_MAX)}), "lo = -2147483648;\r\nhi = 2147483647;\r\n"},
       {cls("", {arr("a", {e_i(1), e_str("x"), e_f(2.5f)})}), "a[] = {1,\"x\",2.5};\r\n"},
       {cls("", {arr("e", {})}), "e[] = {};\r\n"},
