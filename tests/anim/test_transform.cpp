@@ -99,7 +99,7 @@ TEST(BisTransform, DirectionAndOrientationOfRowForms) {
   }
 }
 
-// The half-precision positions are checked with the animation keys; here the rotation parts.
+// The half-precision positions are checked with the animation keys; here the rotation components.
 TEST(Qnion, QuarterTurnAboutYMovesXAxisAndComposes) {
   EXPECT_DOUBLE_EQ(Qnion::uncompress_Q(16384), 1.0);
   EXPECT_DOUBLE_EQ(Qnion::uncompress_Q(-8192), -0.5);
