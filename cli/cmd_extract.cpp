@@ -76,41 +76,9 @@ std::string join(std::vector<std::string> const& items) {
   return all;
 }
 
-// --exclude narrows the chosen entries to an explicit list of names: the archive is opened once to
-// read its entry names, the wanted ones are matched the way the library matches --files.
-int apply_excludes(ExtractOptions const& o, std::string& files) {
-  BisDLL dll;
-  Vendrak* tool = dll.dll_GetVendrak();
-  tool->pbo_GetIO()->io_SetErrCallBack(hidden_message);
-  int r = tool->pbo_Open(o.archive.c_str(), hidden_message, Vendrak::OPEN_NO_REPORT);
-  if (r != 0 && r != PBO_CORRUPTED_SHA) return r;  // the extraction itself reports it
-  BisTokens wanted, unwanted;
-  if (!o.files.empty()) wanted.tkn_common_convert(join(o.files).c_str());
-  unwanted.tkn_common_convert(join(o.excludes).c_str());
-  std::vector<std::string> chosen;
-  for (pbo_entry* e = tool->pbo_GetFirstEntry(); e; e = e->GetNext()) {
-    char const* name = e->pbe_GetFilename();
-    if (wanted.GetCount() && !FileStringA::fs_CompareTokens(name, &wanted)) continue;
-    if (FileStringA::fs_CompareTokens(name, &unwanted)) continue;
-    chosen.push_back(name);
-  }
-  tool->ClosePbo();
-  files = join(chosen);
-  return chosen.empty() ? -1 : 0;
-}
-
 int run_extract(ExtractOptions const& o) {
   if (int r = check_archive(o.archive)) return r;
   std::string files = join(o.files);
-  if (!o.excludes.empty()) {
-    int r = apply_excludes(o, files);
-    if (r == -1) {  // every entry was left out
-      if (o.strict) return finish_archive(PBO_NOTHING_TO_EXTRACT, o.archive);
-      cli_error(o.archive, "warning: no file(s) to extract");
-      return 0;
-    }
-    if (r) return finish_archive(r, o.archive);
-  }
 
   int flags = (o.decode ? Vendrak::EXTRACT_DECODE_CONFIGS : 0) | (o.quiet ? Vendrak::EXTRACT_QUIET : 0) |
               (o.sha_message ? Vendrak::EXTRACT_SHA_MESSAGE : 0) |
@@ -124,6 +92,7 @@ int run_extract(ExtractOptions const& o) {
   Vendrak* tool = dll.dll_GetVendrak();
   tool->pbo_GetIO()->io_SetErrCallBack(bar_shown ? errors_beside_bar : cli_print_stderr);
   tool->pbo_SetProgressHook(progress_hook, nullptr);
+  tool->pbo_SetExtractExclude(join(o.excludes).c_str());
   // Quiet also silences the per-entry lines; errors and warnings still reach standard error.
   BisCallback messages = o.quiet ? hidden_message : bar_shown ? print_beside_bar : cli_print_stdout;
   auto start = std::chrono::steady_clock::now();

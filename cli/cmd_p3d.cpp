@@ -71,6 +71,8 @@ int run_info(std::string const& file, bool json) {
       if (odol->has_app_id()) j["app_id"] = odol->app_id();
       j["mass"] = odol->mass();
       j["trailing_bytes"] = odol->trailing_size();
+      j["skeleton"] = {{"name", std::string(odol->skeleton())}, {"bones", odol->bones().size()}};
+      j["animations"] = odol->animations().size();
     }
     for (int i = 0; i < m->p3d_GetLodCount(); ++i) {
       void const* lod = m->p3d_get_lod(i);
@@ -100,6 +102,10 @@ int run_info(std::string const& file, bool json) {
   if (odol) {
     GenString mass;
     cli_print_stdout("Mass: %s\n", mass.str_FloatToStr(odol->mass()));
+    if (!odol->skeleton().empty())
+      cli_print_stdout("Skeleton: %.*s (%zu bones)\n", static_cast<int>(odol->skeleton().size()), odol->skeleton().data(),
+                       odol->bones().size());
+    if (!odol->animations().empty()) cli_print_stdout("Animations: %zu\n", odol->animations().size());
     if (odol->trailing_size()) cli_print_stdout("Trailing block: %llu bytes\n", static_cast<unsigned long long>(odol->trailing_size()));
   }
   return 0;

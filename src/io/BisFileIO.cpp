@@ -1,26 +1,19 @@
 #include "io/BisFileIO.h"
 
-#include <strings.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <climits>
 #include <cstdlib>
 #include <cstring>
-#include <filesystem>
 #include <new>
 #include <string>
-#include <system_error>
 #include <vector>
 
 #include "core/BisDLL.h"
 #include "core/LinuxCompat.h"
 #include "core/ProjectInfo.h"
-#include "io/BisFunion.h"
-
-namespace fs = std::filesystem;
+#include "io/BisFileIOText.h"
 
 struct BisFileIO::State {
   int line_continues = 0;
@@ -51,17 +44,9 @@ struct BisFileIO::State {
   GenString made_name;
 };
 
-namespace {
-int default_shell_runner(char const* line) {
-  // The command line arrives wrapped in one pair of double quotes, the form a Windows command
-  // interpreter unwraps; the POSIX shell wants the bare command.
-  std::string cmd(line ? line : "");
-  if (cmd.size() >= 2 && cmd.front() == '"' && cmd.back() == '"') cmd = cmd.substr(1, cmd.size() - 2);
-  return std::system(cmd.c_str());
-}
-BisFileIO::ShellRunner g_shell_runner = default_shell_runner;
+namespace bis_io_text {
 
-std::string vformat(char const* format, va_list ap) {
+std::string io_vformat(char const* format, va_list ap) {
   // The buffer is the format's length plus 1024 bytes; longer results are cut there.
   size_t cap = (format ? std::strlen(format) : 0) + 1024;
   std::string s(cap, '\0');
@@ -71,7 +56,7 @@ std::string vformat(char const* format, va_list ap) {
   return s;
 }
 
-std::string to_utf8(wchar_t const* w) {
+std::string io_to_utf8(wchar_t const* w) {
   if (!w || !*w) return std::string();
   int n = WideCharToMultiByte(CP_UTF8, 0, w, -1, nullptr, 0, nullptr, nullptr);
   if (n <= 0) return std::string();
@@ -80,6 +65,13 @@ std::string to_utf8(wchar_t const* w) {
   out.resize(n > 0 ? static_cast<size_t>(n) : 0);
   return out;
 }
+
+}  // namespace bis_io_text
+
+using bis_io_text::io_to_utf8;
+using bis_io_text::io_vformat;
+
+namespace {
 
 // Wide text of this platform (UTF-32) to the UTF-16 units that the family's Unicode files hold.
 void wide_to_utf16(wchar_t const* w, std::u16string& out) {
@@ -119,11 +111,6 @@ bool write_text_file(char const* name, int encoding, void const* data, size_t un
   return (std::fclose(f) == 0) && ok;
 }
 
-std::string system_name(char const* name) {
-  FileStringA f(name);
-  f.fs_ConvertToSystemSlash();
-  return f.c_str();
-}
 
 // Reads a whole regular file from its start into a new buffer of size + 4 zero bytes.
 long long read_whole(FILE* f, uint8_t*& buffer, BisFileIO& io) {
@@ -283,7 +270,7 @@ time_t BisFileIO::io_OpenFile(char const* name, char const* default_ext, int fla
 }
 
 time_t BisFileIO::io_OpenFile(wchar_t const* name, wchar_t const* default_ext, int flags) {
-  std::string n = to_utf8(name), e = to_utf8(default_ext);
+  std::string n = io_to_utf8(name), e = io_to_utf8(default_ext);
   return io_OpenFile(n.c_str(), e.c_str(), flags);
 }
 
@@ -544,66 +531,6 @@ uint64_t BisFileIO::io_GetCurrentOffset(int output) const {
 uint64_t BisFileIO::io_RemainingBytes() const { return _s->size - _s->cursor; }
 bool BisFileIO::io_eof() const { return _s->cursor == _s->size; }
 
-// ===== validated reads =======================================================
-
-void BisFileIO::io_test_val(float v, char const* name) {
-  if (BisFunion::IsFaulty(v) != 0) io_throw(1, "%s is not a float\r\n", name ? name : "");
-}
-
-void BisFileIO::io_read(float* v, char const* name) {
-  // Test the bits as read: a float passed by value could have its NaN payload altered.
-  BisFunion u;
-  u.u = io_ReadUlong();
-  std::memcpy(v, &u.u, sizeof *v);
-  if (name && u.IsFaulty() != 0) io_throw(1, "%s is not a float\r\n", name);
-}
-
-void BisFileIO::io_read(XYZTriplet* v, char const* name) {
-  io_read(&v->x, name);
-  io_read(&v->y, name);
-  io_read(&v->z, name);
-}
-
-void BisFileIO::io_read(fMinMax* v, char const* name) {
-  io_read(&v->min, name);
-  io_read(&v->max, name);
-}
-
-void BisFileIO::io_read(trpMinMax* v, char const* name) {
-  io_read(&v->min, name);
-  io_read(&v->max, name);
-}
-
-void BisFileIO::io_read(Matrix3P* v, char const* name) {
-  io_read(&v->aside, name);
-  io_read(&v->up, name);
-  io_read(&v->dir, name);
-}
-
-void BisFileIO::io_read(bool* v, char const* name) {
-  int b = io_ReadByte();
-  if (b == 0) {
-    *v = false;
-  } else if (b == 1 || !name) {
-    *v = true;
-  } else {
-    io_throw(1, "%s is not a bool\r\n", name);
-  }
-}
-
-int BisFileIO::io_BufIsRaPified(void const* bytes) {
-  if (!bytes) return -1;
-  auto const* b = static_cast<unsigned char const*>(bytes);
-  return (b[1] == 'r' && b[2] == 'a' && b[3] == 'P') ? b[0] : -1;
-}
-
-int BisFileIO::io_FileIsRaPified(char const* name) {
-  BisFileIO tmp(_s->dll);
-  // The memory buffer of any file has at least 4 readable bytes (the spare zeros).
-  if (!tmp.io_OpenFile(name) || tmp.io_IsHuge()) return -1;
-  return io_BufIsRaPified(tmp.io_GetRawData());
-}
-
 // ===== writes ================================================================
 
 int BisFileIO::io_CreateFile(char const* name, char const* default_ext) {
@@ -692,16 +619,16 @@ bool BisFileIO::io_write_file(char const* name, wchar_t const* text, int encodin
     wide_to_utf16(text, units);
     return write_text_file(name, encoding, units.data(), 2, units.size());
   }
-  std::string bytes = to_utf8(text);
+  std::string bytes = io_to_utf8(text);
   return write_text_file(name, encoding, bytes.data(), 1, bytes.size());
 }
 
 bool BisFileIO::io_write_file(wchar_t const* name, char const* text, int encoding) {
-  return io_write_file(to_utf8(name).c_str(), text, encoding);
+  return io_write_file(io_to_utf8(name).c_str(), text, encoding);
 }
 
 bool BisFileIO::io_write_file(wchar_t const* name, wchar_t const* text, int encoding) {
-  return io_write_file(to_utf8(name).c_str(), text, encoding);
+  return io_write_file(io_to_utf8(name).c_str(), text, encoding);
 }
 
 bool BisFileIO::io_write_file(char const* name, void const* bytes, uint64_t count) {
@@ -728,7 +655,7 @@ int BisFileIO::io_random(int low, int high) {
 // ===== messages ==============================================================
 
 void BisFileIO::io_vcallback(bool error, char const* format, va_list ap) {
-  std::string text = vformat(format, ap);
+  std::string text = io_vformat(format, ap);
   std::string out;
   size_t levels = _s->indent > 0 && !_s->line_continues ? static_cast<size_t>(_s->indent) : 0;
   out.reserve(text.size() + text.size() / 8 + 4 * levels);
@@ -875,183 +802,4 @@ int BisFileIO::io_FileCompare(BisFileIO& other, int compare_data) {
   io_callbackerr("%s\r\n", hex_row(*this, at).c_str());
   io_callbackerr("%s\r\n", hex_row(other, at).c_str());
   return 0;
-}
-
-// ===== folders, renaming and commands ========================================
-
-int BisFileIO::io_CreateFolders(char const* path) {
-  if (!path || !*path) return 0;
-  FileStringA p(path);
-  p.fs_ConvertToSystemSlash();
-  std::string rest = p.fs_GetNoHardPath();
-  if (rest.empty()) return 0;
-  struct stat st;
-  if (::stat(rest.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) return 1;
-  // Only components followed by a separator are made: a file path yields the folders that will
-  // hold the file.
-  for (size_t i = 1; i < rest.size(); ++i) {
-    if (rest[i] != '/' || rest[i - 1] == '/') continue;
-    std::string prefix = rest.substr(0, i);
-    if (::stat(prefix.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) continue;
-    if (::mkdir(prefix.c_str(), 0777) != 0) {
-      int e = errno;
-      io_callbackerr("%s\r\n%s\r\n", std::strerror(e), path);
-      return 0;
-    }
-  }
-  return 1;
-}
-
-int BisFileIO::io_mkdir(char const* folder) {
-  FileStringA f(folder);
-  f.fs_ConvertToSystemSlash();
-  std::error_code ec;
-  if (!f.str_IsEmpty() && fs::is_directory(f.c_str(), ec)) return 1;
-  bool made = false;
-  if (!f.str_IsEmpty()) {
-    fs::create_directories(f.c_str(), ec);
-    made = !ec && fs::is_directory(f.c_str(), ec);
-  }
-  if (!made) {
-    io_callbackerr("mkdir::cannot make folder(s) %s\r\n", f.fs_QuoteFile());
-    return 0;
-  }
-  return 1;
-}
-
-int BisFileIO::io_rmdir(char const* folder) {
-  FileStringA f(folder);
-  f.fs_ConvertToSystemSlash();
-  std::string name = f.c_str();
-  while (name.size() > 1 && name.back() == '/') name.pop_back();  // so that a link is seen as a link
-  if (name.empty()) return 1;
-  fs::path p(name);
-  std::error_code ec;
-  fs::file_status st = fs::symlink_status(p, ec);
-  if (fs::is_symlink(st)) {
-    // A link to a folder goes, never what it points at; a link to anything else is no folder.
-    if (!fs::is_directory(fs::status(p, ec))) return 1;
-    fs::remove(p, ec);
-  } else if (!fs::is_directory(st)) {
-    return 1;
-  } else if (!p.has_relative_path()) {
-    ec = std::make_error_code(std::errc::operation_not_permitted);  // never the root of a file system
-  } else {
-    fs::remove_all(p, ec);
-  }
-  if (ec) {
-    io_callbackerr("\r\ncannot remove one or all of folder(s) %s\r\n", f.fs_QuoteFile());
-    io_callbackerr("%s\r\n", ec.message().c_str());
-    return 0;
-  }
-  return 1;
-}
-
-int BisFileIO::io_copy_folder(char const* from, char const* to) {
-  fs::path src(system_name(from)), dst(system_name(to));
-  std::error_code ec;
-  if (src.empty() || dst.empty() || !fs::is_directory(src, ec)) return 0;
-  // One folder inside the other (or both the same) would copy without end, or removing the
-  // target would take the source with it.
-  fs::path cs = fs::weakly_canonical(src, ec), cd = fs::weakly_canonical(dst, ec);
-  if (ec) return 0;
-  auto inside = [](fs::path const& inner, fs::path const& outer) {
-    auto r = inner.lexically_relative(outer);
-    return !r.empty() && *r.begin() != "..";
-  };
-  if (inside(cd, cs) || inside(cs, cd)) {
-    io_callbackerr("Cannot perform a cyclic copy\r\n");
-    return 0;
-  }
-  if (!io_rmdir(to) || !io_mkdir(to)) return 0;
-  // Files of every subfolder; folders are made as their files need them, so empty ones are not
-  // copied.
-  fs::recursive_directory_iterator it(src, ec), end;
-  for (; !ec && it != end; it.increment(ec)) {
-    if (!it->is_regular_file(ec)) continue;
-    fs::path target = dst / it->path().lexically_relative(src);
-    fs::create_directories(target.parent_path(), ec);
-    if (!ec) fs::copy_file(it->path(), target, fs::copy_options::overwrite_existing, ec);
-  }
-  return ec ? 0 : 1;
-}
-
-int BisFileIO::io_Rename(char const* from, char const* to) {
-  if (!from || !*from || !to || !*to) return -1;
-  FileStringA f(from), t(to);
-  f.fs_ConvertToSystemSlash();
-  t.fs_ConvertToSystemSlash();
-  if (f.fs_GetLastSlash() && !t.fs_GetLastSlash()) {
-    GenString folder;
-    f.fs_GetDriveAndPath(folder);
-    folder.str_cat(t.c_str());
-    t = folder.c_str();
-  }
-  if (std::strcmp(f.c_str(), t.c_str()) == 0) return 0;
-  // A rename that changes only letter case must not delete its own source first.
-  if (strcasecmp(f.c_str(), t.c_str()) != 0) ::unlink(t.c_str());
-  if (std::rename(f.c_str(), t.c_str()) != 0) {
-    int e = errno;
-    io_callbackerr("Rename failed with %s\r\nFrom='%s' To= '%s'\r\n", std::strerror(e), f.c_str(), t.c_str());
-    return -1;
-  }
-  return 1;
-}
-
-BisFileIO::ShellRunner BisFileIO::io_SetShellRunner(ShellRunner runner) {
-  ShellRunner old = g_shell_runner;
-  g_shell_runner = runner ? runner : default_shell_runner;
-  return old;
-}
-
-int BisFileIO::io_system_quotes(char const* command) {
-  std::string line = "\"";
-  line += command ? command : "";
-  line += "\"";
-  return g_shell_runner(line.c_str());
-}
-
-int BisFileIO::io_system_quotes(wchar_t const* command) { return io_system_quotes(to_utf8(command).c_str()); }
-
-int BisFileIO::_run_command(std::string command, int mode, char const* log) {
-  if (log && *log) {
-    if (mode == 1) command += std::string(" 1>> ") + log;
-    if (mode == 2) command += std::string(" 2>> ") + log;
-    if (mode == 3) command += std::string(" 1>> ") + log + " 2>&1";
-  }
-  return io_system_quotes(command.c_str());
-}
-
-int BisFileIO::io_system(char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  std::string cmd = vformat(format, ap);
-  va_end(ap);
-  return _run_command(std::move(cmd), 0, nullptr);
-}
-
-int BisFileIO::io_system(int mode, char const* log, char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  std::string cmd = vformat(format, ap);
-  va_end(ap);
-  return _run_command(std::move(cmd), mode, log);
-}
-
-int BisFileIO::io_sys_both(char const* log, char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  std::string cmd = vformat(format, ap);
-  va_end(ap);
-  return _run_command(std::move(cmd), 3, log);
-}
-
-int BisFileIO::io_CreateFolders(wchar_t const* path) { return io_CreateFolders(to_utf8(path).c_str()); }
-int BisFileIO::io_mkdir(wchar_t const* folder) { return io_mkdir(to_utf8(folder).c_str()); }
-int BisFileIO::io_rmdir(wchar_t const* folder) { return io_rmdir(to_utf8(folder).c_str()); }
-int BisFileIO::io_copy_folder(wchar_t const* from, wchar_t const* to) {
-  return io_copy_folder(to_utf8(from).c_str(), to_utf8(to).c_str());
-}
-int BisFileIO::io_Rename(wchar_t const* from, wchar_t const* to) {
-  return io_Rename(to_utf8(from).c_str(), to_utf8(to).c_str());
 }

@@ -105,6 +105,10 @@ inline float odol_expand_uv(int16_t packed, float min, float max) {
   return static_cast<float>((packed + 32767) * (1.0 / 65536) * (max - min) + min);
 }
 
+// One animation class as a model.cfg class; `bones` names the skeleton's bones and parents.
+void odol_animation_text(GenString& text, OdolAnimation const& a, uint32_t version,
+                         std::vector<std::pair<std::string_view, std::string_view>> const& bones);
+
 // An embedded material (from its type word, within [data, end)) as rvmat text appended to `text`.
 void odol_material_text(GenString& text, std::string_view name, uint8_t const* data, uint8_t const* end, BisFileIO& io);
 

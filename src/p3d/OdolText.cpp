@@ -36,20 +36,36 @@ uint32_t u32_at(uint8_t const* p, uint32_t i) { return p3d_le32(p + 4 * i); }
 char const* const kAnimTypes[] = {"rotation", "rotationX", "rotationY", "rotationZ", "translation",
                                   "translationX", "translationY", "translationZ", "direct", "hide"};
 
-void animation(GenString& t, OdolAnimation const& a, OdolModel const& m) {
+// A rotation or translation whose axis lies alike in every LOD was placed from the memory LOD;
+// one whose axis moves from LOD to LOD was placed from each LOD's own points.
+bool axis_from_memory(OdolAnimation const& a) {
+  uint8_t const* first = nullptr;
+  for (uint8_t const* axis : a.axes) {
+    if (!axis) continue;
+    if (!first)
+      first = axis;
+    else if (std::memcmp(first, axis, 24) != 0)
+      return false;
+  }
+  return true;
+}
+}  // namespace
+
+void odol_animation_text(GenString& t, OdolAnimation const& a, uint32_t version,
+                         std::vector<std::pair<std::string_view, std::string_view>> const& bones) {
   t.str_Add("\t\t\tclass %.*s\r\n\t\t\t{\r\n", static_cast<int>(a.name.size()), a.name.data());
   if (a.type <= 9)
     t.str_Add("\t\t\t\ttype=\"%s\";\r\n", kAnimTypes[a.type]);
   else
     t.str_Add("\t\t\t\ttype=%d;\r\n//unknown", static_cast<int>(a.type));
   t.str_Add("\t\t\t\tsource=\"%.*s\";\r\n", static_cast<int>(a.source.size()), a.source.data());
-  if (a.bone < m.bones().size()) {
-    std::string_view sel = m.bones()[a.bone].first;
+  if (a.bone < bones.size()) {
+    std::string_view sel = bones[a.bone].first;
     t.str_Add("\t\t\t\tselection=\"%.*s\";\r\n", static_cast<int>(sel.size()), sel.data());
     if (a.type < 8) t.str_Add("\t\t\t\taxis=\"%.*s_axis\";//*probably*\r\n", static_cast<int>(sel.size()), sel.data());
   }
-  // The block: min and max value, min and max phase, the period and initial phase of the later
-  // generation, the source address, then what the type needs.
+  // The block: min and max value, min and max phase, then (in the 36-byte block) the period and
+  // initial phase, the source address, then what the type needs.
   bool timed = a.block_size == 36;
   uint32_t at = timed ? 6 : 4;
   uint32_t address = u32_at(a.block, at);
@@ -89,15 +105,24 @@ void animation(GenString& t, OdolAnimation const& a, OdolModel const& m) {
     t.str_Add("%s\t\t\t\tangle = %s;\r\n", "", num(f32_at(extra, 6)).c_str());
     t.str_Add("%s\t\t\t\taxisOffset = %s;*/\r\n", "", num(f32_at(extra, 7)).c_str());
   }
+  // The period and initial phase still drove animations before the Arma 3 models (version 68);
+  // later models keep the two words but the engine ignores them, so they show only when set.
   if (timed) {
-    t.str_Add("\t\t\t\tanimPeriod = %s;\r\n", num(f32_at(a.block, 4)).c_str());
-    t.str_Add("\t\t\t\tinitPhase = %s;\r\n", num(f32_at(a.block, 5)).c_str());
+    float period = f32_at(a.block, 4), phase = f32_at(a.block, 5);
+    if (version < 68 || period != 0.0f || phase != 0.0f) {
+      t.str_Add("\t\t\t\tanimPeriod = %s;\r\n", num(period).c_str());
+      t.str_Add("\t\t\t\tinitPhase = %s;\r\n", num(phase).c_str());
+    }
   }
   if (a.source == "user") t.str_Add("\t\t\t\tanimPeriod = %d;//Unknown\r\n", 0);
-  if (a.type != 9) t.str_cat("//\t\t\t\tmemory = true;//(default assumed)\r\n");
+  if (a.type != 9) {
+    if (a.type < 8 && !axis_from_memory(a))
+      t.str_cat("\t\t\t\tmemory = 0;//(default assumed)\r\n");
+    else
+      t.str_cat("//\t\t\t\tmemory = true;//(default assumed)\r\n");
+  }
   t.str_cat("\t\t\t};\r\n");
 }
-}  // namespace
 
 char const* Morvane::p3d_ExtractSkeleton() {
   OdolModel const* m = _odol.get();
@@ -151,7 +176,7 @@ char const* Morvane::p3d_ExtractSkeleton() {
   t.str_cat("\t\t};\r\n/*<potential axis>\r\n");
   for (std::string const& a : axes) t.str_Add("%s\r\n", a.c_str());
   t.str_cat("</potential axis>*/\r\n\t\tclass Animations\r\n\t\t{\r\n");
-  for (OdolAnimation const& a : m->animations()) animation(t, a, *m);
+  for (OdolAnimation const& a : m->animations()) odol_animation_text(t, a, m->version(), m->bones());
   t.str_cat("\t\t};//Animations\r\n\t};//modelclass\r\n};//CfgModels\r\n");
   return t.c_str();
 }
@@ -161,17 +186,33 @@ struct NamedId {
   uint32_t id;
   char const* name;
 };
-constexpr NamedId kPixelShaders[] = {
-    {0, "Normal"}, {1, "NormalDXTA"}, {2, "NormalMap"}, {3, "NormalMapThrough"}, {4, "NormalMapSpecularDIMap"},
-    {5, "NormalMapDiffuse"}, {6, "Detail"}, {8, "Water"}, {9, "WaterSimple"}, {10, "White"}, {12, "AlphaShadow"},
-    {13, "AlphaNoShadow"}, {15, "DetailMacroAS"}, {16, "NormalMapMacroAS"}, {17, "NormalMapDiffuseMacroAS"},
-    {18, "NormalMapSpecularMap"}, {19, "NormalMapDetailSpecularMap"}, {20, "NormalMapMacroASSpecularMap"},
-    {21, "NormalMapDetailMacroASSpecularMap"}, {22, "NormalMapSpecularDIMap"}, {23, "NormalMapDetailSpecularDIMap"},
-    {24, "NormalMapMacroASSpecularDIMap"}, {25, "NormalMapDetailMacroASSpecularDIMap"}, {56, "Glass"},
-    {58, "NormalMapSpecularThrough"}, {59, "Grass"}, {60, "NormalMapThroughSimple"}, {98, "Sprite"}, {102, "Super"},
-    {103, "Multi"}, {107, "Tree"}, {110, "Skin"}, {111, "CalmWater"}, {114, "TreeAdv"}, {116, "TreeAdvTrunk"},
-    {127, "unknown toh type"}, {131, "SuperExt"}, {132, "SuperHair"}, {135, "Refract"}, {136, "SpriteRefract"},
-    {138, "SuperAToC"}, {148, "TreeAdvTrans"}, {150, "Collimator"}};
+// Pixel shaders by id: the name, and how many texture stages the shader samples (stage 0, the
+// face's own texture, included), where that is settled; 0 leaves the material unchecked.
+struct PixelShader {
+  char const* name;
+  uint32_t stages;
+};
+constexpr PixelShader kPixelShaders[159] = {
+    {"Normal", 1}, {"NormalDXTA", 1}, {"NormalMap", 2}, {"NormalMapThrough", 2}, {"NormalMapSpecularDIMap", 3},
+    {"NormalMapDiffuse", 3}, {"Detail", 2}, {"", 0}, {"Water", 0}, {"WaterSimple", 0}, {"White", 1}, {"", 0},
+    {"AlphaShadow", 1}, {"AlphaNoShadow", 1}, {"", 0}, {"DetailMacroAS", 4}, {"NormalMapMacroAS", 4},
+    {"NormalMapDiffuseMacroAS", 5}, {"NormalMapSpecularMap", 3}, {"NormalMapDetailSpecularMap", 4},
+    {"NormalMapMacroASSpecularMap", 5}, {"NormalMapDetailMacroASSpecularMap", 6}, {"NormalMapSpecularDIMap", 3},
+    {"NormalMapDetailSpecularDIMap", 4}, {"NormalMapMacroASSpecularDIMap", 5},
+    {"NormalMapDetailMacroASSpecularDIMap", 6}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0},
+    {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0},
+    {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"Glass", 0},
+    {"", 0}, {"NormalMapSpecularThrough", 3}, {"Grass", 0}, {"NormalMapThroughSimple", 2}, {"", 0}, {"", 0}, {"", 0},
+    {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0},
+    {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0},
+    {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"Sprite", 0}, {"", 0},
+    {"", 0}, {"", 0}, {"Super", 8}, {"Multi", 0}, {"", 0}, {"", 0}, {"", 0}, {"Tree", 0}, {"", 0}, {"", 0},
+    {"Skin", 0}, {"CalmWater", 0}, {"", 0}, {"", 0}, {"TreeAdv", 0}, {"", 0}, {"TreeAdvTrunk", 0}, {"", 0}, {"", 0},
+    {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"unknown toh type", 0}, {"", 0},
+    {"", 0}, {"", 0}, {"SuperExt", 0}, {"SuperHair", 0}, {"", 0}, {"", 0}, {"Refract", 0}, {"SpriteRefract", 0},
+    {"", 0}, {"SuperAToC", 8}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0},
+    {"TreeAdvTrans", 0}, {"", 0}, {"Collimator", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0}, {"", 0},
+    {"", 0}};
 constexpr NamedId kVertexShaders[] = {
     {0, "Basic"}, {1, "NormalMap"}, {2, "NormalMapDiffuse"}, {3, "Grass"}, {7, "Water"}, {8, "WaterSimple"},
     {9, "Sprite"}, {11, "NormalMapThrough"}, {14, "BasicAS"}, {15, "NormalMapAS"}, {17, "Glass"},
@@ -221,11 +262,18 @@ void odol_material_text(GenString& t, std::string_view name, uint8_t const* data
   uint32_t pixel = c.u32(), vertex = c.u32(), light = c.u32(), fog = c.u32();
   int arma1 = mv == 3 ? c.u8() : 1;
   std::string_view surface = mv >= 6 ? c.asciiz() : std::string_view();
-  uint32_t flags = 0;
+  uint32_t flags = 0, flag_words = 1;
   if (mv >= 4) {
-    c.u32();
+    flag_words = c.u32();
     flags = c.u32();
   }
+  // What the engine's material loader accepts: nine main-light kinds, five fog modes, one word
+  // of render flags, and OFP-era materials with their flag byte set.
+  int n = static_cast<int>(name.size());
+  if (flag_words != 1) io.io_callbackerr("unknown material data %d\r\n", static_cast<int>(flag_words));
+  if (light > 8) io.io_callbackerr("unknown material 'mostly1' %d\r\n", static_cast<int>(light));
+  if (fog > 4) io.io_callbackerr("unknown material index %d\r\n", static_cast<int>(fog));
+  if (arma1 != 1) io.io_callbackerr("arma1 bool not=1  %d\r\n", arma1);
   t.str_Add("//Mostly1=%d;\r\n//AnIndex=%d;\r\n//Arma1 flag= %d;\r\n", static_cast<int>(light), static_cast<int>(fog),
             arma1);
   if (!surface.empty()) t.str_Add("surfaceInfo = %.*s;\r\n", static_cast<int>(surface.size()), surface.data());
@@ -240,10 +288,12 @@ void odol_material_text(GenString& t, std::string_view name, uint8_t const* data
               static_cast<double>(v[2]), static_cast<double>(v[3]));
   }
   t.str_Add("SpecularPower=%g;\r\n", static_cast<double>(power));
-  char const* ps = find_name(kPixelShaders, pixel);
+  PixelShader const* shader = pixel < std::size(kPixelShaders) && *kPixelShaders[pixel].name ? &kPixelShaders[pixel] : nullptr;
+  char const* ps = shader ? shader->name : nullptr;
   char const* vs = find_name(kVertexShaders, vertex);
-  if (!ps) io.io_callback("%.*s: Unknown pixelshader id=0x%08X\r\n", static_cast<int>(name.size()), name.data(), pixel);
-  if (!vs) io.io_callback("%.*s: Unknown vertexshader id=0x%08X\r\n", static_cast<int>(name.size()), name.data(), vertex);
+  if (!ps) io.io_callbackerr("%.*s: Unknown pixelshader id=0x%08X\r\n", n, name.data(), pixel);
+  if (!vs) io.io_callbackerr("%.*s: Unknown vertexshader id=0x%08X\r\n", n, name.data(), vertex);
+  if (flags & ~0x3FF3u) io.io_callbackerr("%.*s: Unknown Render flag=0x%08X\r\n", n, name.data(), flags & ~0x3FF3u);
   shader_line(t, "PixelShaderId", ps, pixel, true);
   shader_line(t, "VertexShaderId", vs, vertex, false);
   t.str_cat("renderFlags[] = {");
@@ -279,6 +329,10 @@ void odol_material_text(GenString& t, std::string_view name, uint8_t const* data
     for (uint32_t i = 0; i < transforms; ++i) matrices.push_back(c.take(52));
   bool ti = mv >= 10;
   if (ti) list.push_back(read_stage());
+  // A material with fewer stages than its shader samples draws with whatever the engine binds there.
+  if (shader && shader->stages && mv > 6 && stages < shader->stages)
+    io.io_callbackerr("%.*s: %s samples %d texture stages, the material has %d\r\n", n, name.data(), shader->name,
+                      static_cast<int>(shader->stages), static_cast<int>(stages));
 
   for (size_t i = 0; i < list.size(); ++i) {
     Stage const& s = list[i];
@@ -296,7 +350,10 @@ void odol_material_text(GenString& t, std::string_view name, uint8_t const* data
         case 1: t.str_cat("\tFilter=Linear;\r\n"); break;
         case 2: t.str_cat("\tFilter=TriLinear;\r\n"); break;
         case 3: break;
-        default: t.str_Add("\tFilter=Unknown (%d);\r\n", static_cast<int>(s.filter)); break;
+        default:
+          io.io_callbackerr("%s\r\n", "filter in baked in rvmat is bad value");
+          t.str_Add("\tFilter=Unknown (%d);\r\n", static_cast<int>(s.filter));
+          break;
       }
       uint8_t const* m = s.transform < matrices.size() ? matrices[s.transform] : nullptr;
       uint32_t source = m ? p3d_le32(m) : 1;

@@ -61,6 +61,11 @@ void Vendrak::pbo_SetProgressHook(ProgressHook hook, void* context) {
   _impl->hook_context = context;
 }
 
+void Vendrak::pbo_SetExtractExclude(char const* patterns) {
+  _impl->exclude.Clear();
+  if (patterns && *patterns) _impl->exclude.tkn_common_convert(patterns);
+}
+
 int Vendrak::pbo_HasPboExt(char const* name) {
   if (!name) return 0;
   for (int i = 0; i < 3; ++i)

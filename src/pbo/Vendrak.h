@@ -96,6 +96,9 @@ class Vendrak : public Chains {
   // handled so far, the block's size, and the entry's name (empty at the end).
   using ProgressHook = void (*)(void* context, uint64_t done, uint64_t total, char const* entry);
   void pbo_SetProgressHook(ProgressHook hook, void* context);
+  // Entry names or wildcard patterns (comma-separated) that extraction leaves out, on top of the
+  // chosen files; null or empty leaves nothing out.
+  void pbo_SetExtractExclude(char const* patterns);
 
  private:
   struct Impl;

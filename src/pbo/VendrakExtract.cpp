@@ -178,6 +178,7 @@ int Vendrak::_extract_step(unsigned flags, char const* files, char const* destin
     char const* name = e->pbe_GetFilename();
     if (!*name) return PBO_NO_ENTRY_NAME;
     if (filtered && !FileStringA::fs_CompareTokens(name, &tokens)) continue;
+    if (s.exclude.GetCount() && FileStringA::fs_CompareTokens(name, &s.exclude)) continue;
     if (s.hook) s.hook(s.hook_context, done, total, name);
     done += e->pbe_GetStoredDataSize();
     io.io_callback("%s", name);

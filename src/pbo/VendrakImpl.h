@@ -9,6 +9,7 @@
 #include "io/MappedFile.h"
 #include "pbo/PboOutputFolder.h"
 #include "pbo/Vendrak.h"
+#include "text/BisTokens.h"
 #include "text/FileStringA.h"
 #include "text/GenString.h"
 #include "text/TokenPairs.h"
@@ -34,6 +35,7 @@ struct Vendrak::Impl {
   int last_error = 0;
   ProgressHook hook = nullptr;
   void* hook_context = nullptr;
+  BisTokens exclude;  // entries extraction leaves out
   bool decode_with_tabs = true;
   // Extraction checks the SHA-1 trailer while it writes: opening then only reads the stored
   // digest and leaves the hashing pending.

@@ -1,29 +1,12 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 
 #include "RtmBuilder.h"
+#include "support/CliRun.h"
 
 namespace {
-struct CliRun {
-  int status;
-  std::string out, err;
-};
+using clirun::CliRun;
 
-std::string slurp(std::string const& p) {
-  std::stringstream s;
-  s << std::ifstream(p, std::ios::binary).rdbuf();
-  return s.str();
-}
-
-CliRun vendrak(std::string const& args) {
-  std::string out = rtm_tmp("stdout"), err = rtm_tmp("stderr");
-  int st = std::system(("'" VENDRAK_CLI_PATH "' " + args + " >'" + out + "' 2>'" + err + "' </dev/null").c_str());
-  return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, slurp(out), slurp(err)};
-}
+CliRun vendrak(std::string const& args) { return clirun::run_tool(args, rtm_tmp("tool")); }
 
 TEST(RtmCli, CommandsAndTheirStatuses) {
   XYZTransform id{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 0, 0}};

@@ -5,6 +5,7 @@
 #include <nlohmann/json.hpp>
 
 #include "cli/ToolRun.h"
+#include "pbo/PboErrors.h"
 
 namespace {
 using namespace toolrun;
@@ -137,12 +138,16 @@ TEST(CliConventions, ExtractChoosesEntriesAndSummarises) {
   struct {
     std::vector<std::string> choose;
     bool config, header;
+    int status = 0;
   } const cases[] = {
       {{}, true, true},
       {{"--files", "*.hpp"}, false, true},
       {{"--files", "config.bin", "--files", "*.hpp"}, true, true},
       {{"--exclude", "*.hpp"}, true, false},
       {{"--files", "*.bin,*.hpp", "--exclude", "config.*"}, false, true},
+      // Leaving everything out is the same warning as choosing nothing, an error when asked.
+      {{"--exclude", "*"}, false, false},
+      {{"--exclude", "*", "--warnings-as-errors"}, false, false, PBO_NOTHING_TO_EXTRACT},
   };
   int n = 0;
   for (auto const& c : cases) {
@@ -152,11 +157,14 @@ TEST(CliConventions, ExtractChoosesEntriesAndSummarises) {
     args.push_back(kArchive);
     args.push_back(dest.string());
     Result r = run(args, s.path);
-    EXPECT_EQ(r.status, 0) << r.err;
+    EXPECT_EQ(r.status, c.status) << r.err;
     fs::path folder = dest / "x/cba/addons/diagnostic_enable_logging";
     EXPECT_EQ(fs::exists(folder / "config.bin"), c.config) << dest;
     EXPECT_EQ(fs::exists(folder / "script_component.hpp"), c.header) << dest;
-    EXPECT_NE(r.out.find(" bytes in "), std::string::npos) << r.out;
+    if (c.config || c.header)
+      EXPECT_NE(r.out.find(" bytes in "), std::string::npos) << r.out;
+    else
+      EXPECT_NE(r.err.find("file(s)"), std::string::npos) << r.err;
   }
 }
 }  // namespace

@@ -14,10 +14,10 @@ struct Checked {
   int code;
   std::string messages;
   explicit Checked(std::string const& text, int flags = 0) {
-    captured().clear();
-    code = s->rap_Create("config.cpp", flags | Sembric::RAPF_CONTENT_CHECKS, capture, text.data(),
+    g_msgs.clear();
+    code = s->rap_Create("config.cpp", flags | Sembric::RAPF_CONTENT_CHECKS, capture_msg, text.data(),
                          static_cast<unsigned>(text.size()));
-    messages = captured();
+    messages = g_msgs;
   }
   bool said(char const* text) const { return messages.find(text) != std::string::npos; }
   std::vector<std::string> list(char const* name) const {

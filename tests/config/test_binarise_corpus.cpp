@@ -1,9 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-
 #include "DecodeHelpers.h"
 #include "config/Sembric.h"
 #include "core/BisDLL.h"
@@ -11,17 +7,6 @@
 namespace fs = std::filesystem;
 
 namespace {
-// The corpus beside the source tree; a worktree elsewhere names it in VENDRAK_CORPUS.
-fs::path corpus() {
-  char const* env = std::getenv("VENDRAK_CORPUS");
-  return env && *env ? fs::path(env) : fs::path(VENDRAK_CORPUS);
-}
-
-std::vector<uint8_t> slurp(fs::path const& p) {
-  std::ifstream f(p, std::ios::binary);
-  return std::vector<uint8_t>((std::istreambuf_iterator<char>(f)), std::istreambuf_iterator<char>());
-}
-
 // Every binarised config of the corpus (and the OFP-dialect save) written again, from the file
 // itself through the decoder's tree and from the decoder's text through the reader: both must
 // give the very same bytes.
@@ -32,7 +17,7 @@ TEST(BinariseCorpus, BinarisedConfigsWriteBackByteForByte) {
   for (auto const& e : fs::directory_iterator(dir)) files.push_back(e.path());
   files.push_back(corpus() / "other" / "cwrce_synthetic_save.fps");
   for (auto const& p : files) {
-    auto in = slurp(p);
+    auto in = file_bytes(p);
     BisDLL dll;
     Kaltor* k = dll.dll_GetKaltor();
     char const* text = nullptr;
@@ -41,9 +26,9 @@ TEST(BinariseCorpus, BinarisedConfigsWriteBackByteForByte) {
     std::string b(in.begin(), in.end());
     for (std::string const* source : {&b, &t}) {
       Sembric* s = dll.dll_GetRap();
-      captured().clear();
-      ASSERT_EQ(s->rap_Create("t.cpp", 0, capture, source->data(), static_cast<unsigned>(source->size())), 0)
-          << p << captured();
+      g_msgs.clear();
+      ASSERT_EQ(s->rap_Create("t.cpp", 0, capture_msg, source->data(), static_cast<unsigned>(source->size())), 0)
+          << p << g_msgs;
       std::vector<uint8_t> out;
       bool ofp = in.size() > 6 && in[4] == 4;
       ASSERT_EQ(s->rap_Output(out, ofp ? 0 : Sembric::RAPO_ARMA), 0) << p;
@@ -90,9 +75,9 @@ TEST(BinariseCorpus, RealSourcesBinariseAndDecodeToTheirTree) {
     BisDLL dll;
     Sembric* s = dll.dll_GetRap();
     for (auto const& f : folders) s->rap_AddIncludeFolder(f.c_str());
-    captured().clear();
-    s->rap_GetIO()->io_SetErrCallBack(capture);
-    ASSERT_EQ(s->rap_Create(file.c_str(), 0, nullptr), 0) << file << "\n" << captured();
+    g_msgs.clear();
+    s->rap_GetIO()->io_SetErrCallBack(capture_msg);
+    ASSERT_EQ(s->rap_Create(file.c_str(), 0, nullptr), 0) << file << "\n" << g_msgs;
     for (int flags : {0, Sembric::RAPO_ARMA}) {
       std::vector<uint8_t> out;
       ASSERT_EQ(s->rap_Output(out, flags), 0) << file;

@@ -15,9 +15,9 @@ struct Built {
   int code;
   std::string messages;
   Built(std::string const& text, int flags = 0, char const* name = "t.cpp") {
-    captured().clear();
-    code = s->rap_Create(name, flags, capture, text.data(), static_cast<unsigned>(text.size()));
-    messages = captured();
+    g_msgs.clear();
+    code = s->rap_Create(name, flags, capture_msg, text.data(), static_cast<unsigned>(text.size()));
+    messages = g_msgs;
   }
   // The decoder's text of what the tree writes, from behind the #define line.
   std::string body() {
@@ -76,7 +76,7 @@ TEST(BinariseText, StructureEnumsAndTheDecodersOwnText) {
   // Only ordinals fit the OFP dialect.
   Bytes ofp;
   EXPECT_EQ(b.s->rap_Output(ofp, 0), Sembric::kDetectedError);
-  EXPECT_NE(captured().find("enum b = 5: the OFP dialect holds each ordinal 0 to 3 once"), std::string::npos);
+  EXPECT_NE(g_msgs.find("enum b = 5: the OFP dialect holds each ordinal 0 to 3 once"), std::string::npos);
   EXPECT_EQ(b.body(),
             "//(4 Enums)\r\nenum {\r\n\ta = 0,\r\n\tb = 5,\r\n\tc = 6,\r\n\tOrdinalEnum = -2\r\n};\r\n\r\n"
             ": Base\r\nclass Outside;\r\nclass Mine: Outside\r\n{\r\n\tclass Inner{};\r\n\tdelete Old;\r\n"

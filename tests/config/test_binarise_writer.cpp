@@ -134,12 +134,12 @@ TEST(BinariseWriter, RefusalsAndUnwritableFiles) {
 TEST(BinariseWriter, BrokenBinarisedInputIsPrebinarisedError) {
   BisDLL dll;
   Sembric* s = dll.dll_GetRap();
-  captured().clear();
+  g_msgs.clear();
   Bytes bad = {0, 'r', 'a', 'P', 0, 0, 0, 0, 8, 0, 0, 0, 16, 0, 0, 0, 0, 1, 9};
-  EXPECT_EQ(s->rap_Create("bad.bin", 0, capture, reinterpret_cast<char const*>(bad.data()),
+  EXPECT_EQ(s->rap_Create("bad.bin", 0, capture_msg, reinterpret_cast<char const*>(bad.data()),
                           static_cast<unsigned>(bad.size())),
             RAPMSG_PREBINARISED);
-  EXPECT_NE(captured().find("PreBinarised error=Kaltor: Unknown Entry type\r\n"), std::string::npos) << captured();
+  EXPECT_NE(g_msgs.find("PreBinarised error=Kaltor: Unknown Entry type\r\n"), std::string::npos) << g_msgs;
   EXPECT_EQ(s->rap_get_root(), nullptr);
 }
 }  // namespace

@@ -1,42 +1,40 @@
+// The cfg commands as a user runs them: decode and binarise.
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdlib>
+#include <filesystem>
 #include <fstream>
-#include <sstream>
+#include <set>
 
 #include "RapWriter.h"
+#include "support/CliRun.h"
+
+namespace fs = std::filesystem;
 
 namespace {
+using clirun::CliRun;
+using clirun::slurp;
 
-// Test cases may run at once in separate processes: every name carries the process id.
-std::string tmp(char const* name) {
-  return ::testing::TempDir() + "kaltor_cli_" + std::to_string(getpid()) + "_" + name;
+// A folder of this test process (test cases may run at once in separate processes).
+fs::path scratch() {
+  fs::path dir = fs::path(::testing::TempDir()) / ("cfg_cli_" + std::to_string(getpid()));
+  fs::create_directories(dir);
+  return dir;
 }
-
-std::string read_file(std::string const& p) {
-  std::stringstream s;
-  s << std::ifstream(p, std::ios::binary).rdbuf();
-  return s.str();
-}
+std::string tmp(char const* name) { return (scratch() / name).string(); }
 
 void write_file(std::string const& p, Bytes const& b) {
   std::ofstream(p, std::ios::binary).write(reinterpret_cast<char const*>(b.data()), std::streamsize(b.size()));
 }
+void put(fs::path const& p, std::string const& text) { std::ofstream(p, std::ios::binary) << text; }
 
-struct CliRun {
-  int status;
-  std::string out, err;
-};
-
-// Runs the command-line tool with its output streams caught in files (no argument holds a quote).
+// `cfg decode ARGS...`
 CliRun vendrak(std::vector<std::string> const& args) {
-  std::string cmd = "'" VENDRAK_CLI_PATH "' cfg decode", out = tmp("stdout"), err = tmp("stderr");
-  for (auto const& a : args) cmd += " '" + a + "'";
-  int st = std::system((cmd + " >'" + out + "' 2>'" + err + "' </dev/null").c_str());
-  return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, read_file(out), read_file(err)};
+  return clirun::run_tool("cfg decode " + clirun::quoted(args), tmp("tool"));
 }
+
+// A command line run in the scratch folder (its arguments quoted by the caller).
+CliRun in_scratch(std::string const& args) { return clirun::run_tool(args, tmp("tool"), scratch().string()); }
 
 std::string without_now_line(std::string t) {
   size_t a = t.find("//'now'");
@@ -58,7 +56,7 @@ TEST(KaltorCli, Decode) {
   EXPECT_TRUE(to_file.out.empty());
   std::string crlf;
   for (char c : without_now_line(plain.out)) crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);
-  EXPECT_EQ(without_now_line(read_file(out)), crlf);
+  EXPECT_EQ(without_now_line(slurp(out)), crlf);
   std::remove(out.c_str());
   CliRun spaces = vendrak({in, "--no-tabs"});
   EXPECT_EQ(spaces.out.find('\t'), std::string::npos);
@@ -97,6 +95,54 @@ TEST(KaltorCli, FailuresAndKeys) {
   EXPECT_NE(vendrak({signed_file, "--xbox-key", "abc"}).status, 0);
   EXPECT_NE(vendrak({signed_file, "--xbox-key", std::string(32, 'g')}).status, 0);
   for (auto const& f : {signed_file, junk, spaced}) std::remove(f.c_str());
+}
+
+// The corpus round trip (decoded text binarised back to the same bytes) is BinariseCorpus's; here the
+// command line's own part: output names, statuses, messages and what stays on disk.
+TEST(BinariseCli, OutputNamesStatusesAndFailures) {
+  put(scratch() / "config.cpp", "class CfgPatches { class a { units[] = {}; }; };\n");
+  put(scratch() / "dup.cpp", "class A {};\nclass A {};\n");
+  put(scratch() / "dup.bin", "old");
+  put(scratch() / "eval.cpp", "x = __EVAL(random 10);\n");
+  put(scratch() / "warn.cpp", "a[] = {1,2,};\n");
+  put(scratch() / "inc.cpp", "#include \"\\x\\h.hpp\"\n");
+  fs::create_directories(scratch() / "drive" / "x");
+  put(scratch() / "drive" / "x" / "h.hpp", "class FromDrive {};\n");
+  struct Case {
+    char const* args;
+    int status;
+    char const* err;      // on standard error
+    char const* written;  // the output that must exist afterwards (null: none checked)
+  } const cases[] = {
+      {"cfg binarise config.cpp", 0, "", "config.bin"},
+      {"cfg binarise config.cpp --ofp -o ofp.bin", 0, "", "ofp.bin"},
+      {"cfg binarise dup.cpp -f", 31, "In File dup.cpp: circa Line 2 Rap: duplicated token or class\n", nullptr},
+      {"cfg binarise dup.cpp -f", 31, "vendrak: dup.cpp: Rap: duplicated token or class (31)\n", nullptr},
+      {"cfg binarise eval.cpp", 55, "vendrak: eval.cpp: Rap: eval/exec has unbinarisable sqX (55)", nullptr},
+      {"cfg binarise warn.cpp -o w.bin", 0, "warning :In File warn.cpp: circa Line 1 Trailing comma", "w.bin"},
+      {"cfg binarise warn.cpp -o w2.bin --warnings-as-errors", 37, "Trailing comma", nullptr},
+      {"cfg binarise inc.cpp", 29, "Cannot include file", nullptr},
+      {"cfg binarise inc.cpp -I drive -o inc.bin", 0, "", "inc.bin"},
+      {"cfg binarise missing.cpp", 3, "vendrak: missing.cpp: No such file or directory", nullptr},
+  };
+  for (auto const& c : cases) {
+    CliRun r = in_scratch(c.args);
+    EXPECT_EQ(r.status, c.status) << c.args << "\n" << r.err;
+    EXPECT_NE(r.err.find(c.err), std::string::npos) << c.args << "\n" << r.err;
+    if (c.written) {
+      EXPECT_TRUE(fs::exists(scratch() / c.written)) << c.args;
+    }
+  }
+  // A failed binarise leaves the old output as it was, and no temporary file behind.
+  EXPECT_EQ(slurp(tmp("dup.bin")), "old");
+  std::set<std::string> names;
+  for (auto const& e : fs::directory_iterator(scratch())) names.insert(e.path().filename().string());
+  for (auto const& n : names) EXPECT_EQ(n.find(".vendrak-"), std::string::npos) << n;
+  EXPECT_EQ(names.count("w2.bin") + names.count("eval.bin"), 0u);
+  // The OFP and Arma outputs both begin with the format's signature.
+  EXPECT_EQ(slurp(tmp("ofp.bin")).substr(0, 7), std::string("\0raP\4\0\0", 7));
+  EXPECT_EQ(slurp(tmp("config.bin")).substr(0, 12), std::string("\0raP\0\0\0\0\x08\0\0\0", 12));
+  fs::remove_all(scratch());
 }
 
 }  // namespace

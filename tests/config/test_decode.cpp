@@ -18,7 +18,7 @@ TEST(KaltorText, LayoutOfEveryEntryKind) {
       {cls("", {v_str("s", "say \"hi\"\nbye")}), "s = \"say \"\"hi\"\"\" \\n \"bye\";\r\n"},
       {cls("", {v_str("s", "")}), "s = \"\";\r\n"},
       {cls("", {v_f("f", 0.1f), v_f("g", 2.0f)}), "f = 0.1;\r\ng = 2.0;\r\n"},
-      {cls("", {v_d("d", 0.5), v_l("l", -9000000000LL)}), "d = 0.5;\r\nl = -9000000000;\r\n"},
+      {cls("", {v_d("d", 1.0 / 3), v_l("l", -9000000000LL)}), "d = 0.3333333333333333;\r\nl = -9000000000;\r\n"},
       {cls("", {v_i("lo", INT_MIN), v_i("hi", INT_MAX)}), "lo = -2147483648;\r\nhi = 2147483647;\r\n"},
       {cls("", {arr("a", {e_i(1), e_str("x"), e_f(2.5f)})}), "a[] = {1,\"x\",2.5};\r\n"},
       {cls("", {arr("e", {})}), "e[] = {};\r\n"},
@@ -159,7 +159,7 @@ TEST(KaltorText, XboxSignature) {
   Bytes signed_file = xbox(cls("", {v_i("x", 1)}), key);
   BisDLL dll;
   Kaltor* k = dll.dll_GetKaltor();
-  k->drp_GetIO()->io_SetStdioCallBack(capture);
+  k->drp_GetIO()->io_SetStdioCallBack(capture_msg);
   // what, key, bytes, code, signature state, "not verified" warned
   std::tuple<char const*, unsigned char const*, Bytes, int, Kaltor::Signature, bool> const cases[] = {
       {"right key", key, signed_file, 0, Kaltor::SIG_VERIFIED, false},
@@ -168,12 +168,12 @@ TEST(KaltorText, XboxSignature) {
       {"empty root", key, xbox(cls("", {}), key), 0, Kaltor::SIG_VERIFIED, false},
   };
   for (auto const& [what, with_key, bytes, code, sig, warned] : cases) {
-    captured().clear();
+    g_msgs.clear();
     k->drp_SetXboxKey(with_key);
     GenString text;
     EXPECT_EQ(k->drp_Decode(bytes.data(), bytes.size(), text), code) << what;
     EXPECT_EQ(k->drp_GetSignature(), sig) << what;
-    EXPECT_EQ(captured().find("not verified") != std::string::npos, warned) << what;
+    EXPECT_EQ(g_msgs.find("not verified") != std::string::npos, warned) << what;
     if (!code) {
       EXPECT_NE(std::string(text.c_str()).find("#define _XBOX_ WithSignature\r\n\r\n"), std::string::npos);
       EXPECT_EQ(k->drp_GetDialect(), Kaltor::DIALECT_XBOX);

@@ -1,4 +1,5 @@
-// The reader on files: include resolution, include folders, case-blind names and the real trees.
+// The reader on files: include resolution, include folders and case-blind names. The real trees are
+// read whole by the binariser's corpus tests.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -6,8 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "config/Kaltor.h"
-#include "core/BisDLL.h"
 #include "test_reader_support.h"
 
 namespace fs = std::filesystem;
@@ -113,57 +112,6 @@ TEST_F(ReaderFiles, LineAndFileFollowTheInclude) {
   ReaderFixture f;
   ReadResult r = f.read_file(top);
   EXPECT_EQ(r.tokens, "in = 3 ; name = " + (root / "inc.h").string() + " ; out = 3 ;");
-}
-
-// ---- the real trees --------------------------------------------------------------
-
-fs::path corpus_text() { return fs::path(VENDRAK_CORPUS) / "cfgtext"; }
-
-void expect_reads_whole(std::string const& file, std::vector<std::string> const& folders) {
-  ReaderFixture f;
-  ReadResult r = f.read_file(file, folders);
-  EXPECT_EQ(r.status, kReadWhole) << r.place << "\n" << r.messages;
-  EXPECT_EQ(r.messages.find("Cannot"), std::string::npos) << file;
-}
-
-TEST(ReaderCorpus, AddonTreeWithIncludeFolders) {
-  fs::path tree = corpus_text() / "cba_a3_tree";
-  if (!fs::is_directory(tree)) GTEST_SKIP() << "no corpus at " << VENDRAK_CORPUS;
-  std::vector<std::string> folders = {tree.string(), (tree / "include").string()};
-  int n = 0;
-  for (auto const& e : fs::recursive_directory_iterator(tree / "x"))
-    if (e.path().filename() == "config.cpp") {
-      expect_reads_whole(e.path().string(), folders);
-      ++n;
-    }
-  EXPECT_GT(n, 10);
-  for (auto const& e : fs::recursive_directory_iterator(fs::path(VENDRAK_CORPUS) / "addon-src"))
-    if (e.path().filename() == "config.cpp" || e.path().extension() == ".cfg")
-      expect_reads_whole(e.path().string(), folders);
-}
-
-TEST(ReaderCorpus, OldTreeAndLooseFiles) {
-  fs::path tzk = corpus_text() / "tzk_ofp_TZK_Config_4_0_6";
-  if (!fs::is_directory(tzk)) GTEST_SKIP() << "no corpus at " << VENDRAK_CORPUS;
-  expect_reads_whole((tzk / "TZK_Config_4_0_6" / "config.cpp").string(), {tzk.string()});
-  for (char const* loose : {"cba_pylons_model.cfg", "dustyroads_RoadsLib.cfg", "dustyroads_terrain_config.cpp",
-                            "epochfork_dayz_anim_dog_model.cfg", "epochfork_dayz_code_anim_model.cfg",
-                            "jim_ZGM_Lingor_mission.sqm", "xm25_anim_model.cfg", "xm25_model.cfg"})
-    expect_reads_whole((corpus_text() / loose).string(), {});
-}
-
-TEST(ReaderCorpus, DecodedConfigsReadBack) {
-  fs::path rap = fs::path(VENDRAK_CORPUS) / "rap";
-  if (!fs::is_directory(rap)) GTEST_SKIP() << "no corpus at " << VENDRAK_CORPUS;
-  BisDLL dll;
-  for (auto const& e : fs::directory_iterator(rap)) {
-    char const* text = nullptr;
-    ASSERT_EQ(dll.dll_GetKaltor()->drp_Decode(e.path().c_str(), &text), 0) << e.path();
-    std::string copy(text);
-    ReaderFixture f;
-    ReadResult r = f.drain(f.reader.rt_OpenText(copy.data(), copy.size(), "config.cpp"));
-    EXPECT_EQ(r.status, kReadWhole) << e.path() << ": " << r.place;
-  }
 }
 
 }  // namespace

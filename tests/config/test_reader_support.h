@@ -1,26 +1,11 @@
 #pragma once
-// Reading config text to its end with every message captured.
-#include <cstdarg>
-#include <cstdio>
+// Reading config text to its end with every message captured (g_msgs).
 #include <string>
 #include <vector>
 
 #include "config/RapTextReader.h"
 #include "io/BisFileIO.h"
-
-inline std::string& reader_messages() {
-  static std::string text;
-  return text;
-}
-inline bool reader_capture(char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  char buf[4096];
-  std::vsnprintf(buf, sizeof buf, format, ap);
-  va_end(ap);
-  reader_messages() += buf;
-  return true;
-}
+#include "io/BisFileIO_test_util.h"
 
 struct ReadResult {
   int status = 0;          // the status that ended the reading (RAP_STATUS + RAPMSG_EOF when whole)
@@ -34,9 +19,9 @@ struct ReaderFixture {
   BisFileIO io;
   RapTextReader reader{io};
   ReaderFixture() {
-    io.io_SetStdioCallBack(reader_capture);
-    io.io_SetErrCallBack(reader_capture);
-    reader_messages().clear();
+    io.io_SetStdioCallBack(capture_msg);
+    io.io_SetErrCallBack(capture_msg);
+    g_msgs.clear();
   }
 
   ReadResult drain(int first_status, int mode = 0, size_t max_tokens = 0) {
@@ -53,7 +38,7 @@ struct ReaderFixture {
       if (max_tokens && ++n >= max_tokens) break;
     }
     out.status = s;
-    out.messages = reader_messages();
+    out.messages = g_msgs;
     out.place = reader.rt_Decorate(s).c_str();
     out.not_binarisable = reader.rt_NotBinarisable();
     return out;

@@ -1,6 +1,8 @@
 // Editable models built byte by byte: what opens, what fails with which code, and what is written
 // back.
 #include <gtest/gtest.h>
+
+#include "KeptMessages.h"
 #include <unistd.h>
 
 #include <cstdarg>
@@ -18,14 +20,6 @@ using namespace mlod_test;
 namespace fs = std::filesystem;
 
 namespace {
-std::string g_messages;
-bool collect(char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  g_messages += bis_vformat(format, ap);
-  va_end(ap);
-  return true;
-}
 
 struct Opened {
   BisDLL dll;
@@ -33,10 +27,10 @@ struct Opened {
   std::string bytes;  // the model is read in place: its buffer lives as long as it
   int r;
   explicit Opened(std::string in, unsigned flags = 0) : bytes(std::move(in)) {
-    g_messages.clear();
-    m->p3d_GetIO()->io_SetErrCallBack(collect);
+    kept_messages().clear();
+    m->p3d_GetIO()->io_SetErrCallBack(keep_message);
     r = m->p3d_Open(reinterpret_cast<unsigned char const*>(bytes.data()), static_cast<unsigned>(bytes.size()), flags,
-                    collect);
+                    keep_message);
   }
 };
 
@@ -81,7 +75,7 @@ TEST(Mlod, ReadsLodsTablesAndTaggs) {
                     return d;
                   }()}};
   Opened o(model({visual, geometry()}));
-  ASSERT_EQ(o.r, 0) << g_messages;
+  ASSERT_EQ(o.r, 0) << kept_messages();
   EXPECT_EQ(o.m->p3d_GetLodCount(), 2);
   GenString kind;
   o.m->p3d_GetTypeStr(&kind);
@@ -130,7 +124,7 @@ TEST(Mlod, KindsOfFile) {
   };
   for (Case const& c : cases) {
     Opened o(c.bytes);
-    ASSERT_EQ(o.r, 0) << c.text << g_messages;
+    ASSERT_EQ(o.r, 0) << c.text << kept_messages();
     GenString t;
     o.m->p3d_GetTypeStr(&t);
     EXPECT_STREQ(t.c_str(), c.text);
@@ -150,7 +144,7 @@ TEST(Mlod, ShortMassTableIsReadAsFourBytesAPoint) {
   Lod geo = geometry(4);
   geo.taggs = {{"#Mass#", floats(4, 1.5f), 4}};
   Opened o(model({geo}));
-  ASSERT_EQ(o.r, 0) << g_messages;
+  ASSERT_EQ(o.r, 0) << kept_messages();
   void const* l = o.m->p3d_get_lod(0);
   EXPECT_DOUBLE_EQ(o.m->p3d_get_calculated_total_mass(l), 6.0);
   EXPECT_TRUE(static_cast<MlodLod const*>(l)->mass_short);
@@ -196,7 +190,7 @@ TEST(Mlod, FailuresEndWithTheirCodes) {
     Opened o(c.bytes);
     EXPECT_EQ(o.r, c.code) << c.what;
     if (*c.message) {
-      EXPECT_NE(g_messages.find(c.message), std::string::npos) << c.what << ": " << g_messages;
+      EXPECT_NE(kept_messages().find(c.message), std::string::npos) << c.what << ": " << kept_messages();
     }
     EXPECT_EQ(o.m->p3d_GetLodCount(), 0) << c.what;
   }
@@ -238,12 +232,12 @@ TEST(Mlod, TrailingBlanksAreWarnedTrimmedAndRepaired) {
   Opened o(file);
   ASSERT_EQ(o.r, 0);
   EXPECT_TRUE(o.m->p3d_has_trailing_spaces());
-  EXPECT_NE(g_messages.find("\r\nWARNING***:lod 0: tagg property 'damage ' = 'tree ' contains trailing space(s)\r\n"
+  EXPECT_NE(kept_messages().find("\r\nWARNING***:lod 0: tagg property 'damage ' = 'tree ' contains trailing space(s)\r\n"
                             "Use morvane +fx to fix it\r\n"),
             std::string::npos)
-      << g_messages;
-  EXPECT_NE(g_messages.find("WARNING***:lod 0: named selection 'wheel  ' contains trailing space(s)"), std::string::npos);
-  EXPECT_NE(g_messages.find("buffer trailing spaces detected\r\n"), std::string::npos);
+      << kept_messages();
+  EXPECT_NE(kept_messages().find("WARNING***:lod 0: named selection 'wheel  ' contains trailing space(s)"), std::string::npos);
+  EXPECT_NE(kept_messages().find("buffer trailing spaces detected\r\n"), std::string::npos);
   TokenPairs props;
   ASSERT_EQ(o.m->p3d_get_properties(&props, 0), 0);
   EXPECT_STREQ(props.tkn_find_value("damage"), "tree");
@@ -277,7 +271,7 @@ TEST(Mlod, WritesBackWhatItRead) {
   for (std::string const& in : {model({p3dm, geometry()}), model({sp3x}), sp3x.bytes(), model({short_mass}),
                                 with_garbage, model({p3dm}) + "tail"}) {
     Opened o(in);
-    ASSERT_EQ(o.r, 0) << g_messages;
+    ASSERT_EQ(o.r, 0) << kept_messages();
     fs::path out = dir.path / "copy.p3d";
     ASSERT_EQ(o.m->p3d_UnBinarised(out.c_str()), 0);
     EXPECT_EQ(read_file(out), in);
@@ -361,14 +355,14 @@ TEST(Mlod, DemoBlocksAndTheDemoLayout) {
   std::string good = with_demo(3, 8);
   {
     Opened o(good);
-    ASSERT_EQ(o.r, 0) << g_messages;
+    ASSERT_EQ(o.r, 0) << kept_messages();
     EXPECT_EQ(o.m->p3d_GetType(), Morvane::KIND_DEMO_SP3D);
     TempDir dir;
     fs::path out = dir.path / "demo.p3d";
     ASSERT_EQ(o.m->p3d_Create(out.c_str()), 0);
     // The demo layout is written in the OFP one: points gain a zero flag word.
     Opened back(read_file(out));
-    ASSERT_EQ(back.r, 0) << g_messages;
+    ASSERT_EQ(back.r, 0) << kept_messages();
     EXPECT_EQ(back.m->p3d_GetType(), Morvane::KIND_DEMO_SP3X);
     void const* l = back.m->p3d_get_lod(0);
     EXPECT_EQ(back.m->p3d_get_nPoints(l), 3u);

@@ -1,6 +1,7 @@
 #pragma once
 // Builds archives byte by byte for the tests and reads them back with a parser that shares no code
 // with the library, so that the two can check each other; message capture and scratch folders.
+#include <gtest/gtest.h>
 #include <openssl/evp.h>
 #include <unistd.h>
 
@@ -13,6 +14,10 @@
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "core/BisDLL.h"
+#include "io/BisFileIO.h"
+#include "pbo/Vendrak.h"
 
 namespace pbotest {
 
@@ -232,6 +237,17 @@ struct TempDir {
     std::filesystem::remove_all(path, ec);
   }
   std::string operator/(std::string const& rel) const { return (path / rel).string(); }
+};
+
+// A tool whose messages are captured, and a scratch folder.
+struct ToolFixture : ::testing::Test {
+  TempDir dir;
+  BisDLL dll;
+  Vendrak* tool = dll.dll_GetVendrak();
+  ToolFixture() {
+    clear_captured();
+    tool->pbo_GetIO()->io_SetErrCallBack(capture_err);
+  }
 };
 
 }  // namespace pbotest

@@ -4,10 +4,7 @@
 #include <unistd.h>
 
 #include "PboBuilder.h"
-#include "core/BisDLL.h"
-#include "io/BisFileIO.h"
 #include "io/MappedFile.h"
-#include "pbo/Vendrak.h"
 
 using namespace pbotest;
 namespace fs = std::filesystem;

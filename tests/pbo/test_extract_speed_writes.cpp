@@ -6,23 +6,13 @@
 #include <sys/stat.h>
 
 #include "PboBuilder.h"
-#include "core/BisDLL.h"
-#include "io/BisFileIO.h"
-#include "pbo/Vendrak.h"
 
 using namespace pbotest;
 namespace fs = std::filesystem;
 
 namespace {
-struct WriteFixture : ::testing::Test {
-  TempDir dir;
-  BisDLL dll;
-  Vendrak* tool = dll.dll_GetVendrak();
+struct WriteFixture : ToolFixture {
   std::string archive = dir / "arc.pbo", out = dir / "out";
-  WriteFixture() {
-    clear_captured();
-    tool->pbo_GetIO()->io_SetErrCallBack(capture_err);
-  }
   int extract(Builder const& b, int flags = 0) {
     write_file(archive, b.build());
     return tool->pbo_Extract(archive.c_str(), capture, flags, nullptr, out.c_str());

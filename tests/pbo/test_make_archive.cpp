@@ -8,9 +8,6 @@
 #include <map>
 
 #include "PboBuilder.h"
-#include "core/BisDLL.h"
-#include "io/BisFileIO.h"
-#include "pbo/Vendrak.h"
 
 using namespace pbotest;
 namespace fs = std::filesystem;
@@ -18,14 +15,9 @@ namespace fs = std::filesystem;
 namespace {
 using Files = std::map<std::string, std::string>;  // relative path (with '/') -> bytes
 
-struct MakeFixture : ::testing::Test {
-  TempDir dir;
-  BisDLL dll;
-  Vendrak* tool = dll.dll_GetVendrak();
+struct MakeFixture : ToolFixture {
   std::string src = dir / "src", out = dir / "out";
   MakeFixture() {
-    clear_captured();
-    tool->pbo_GetIO()->io_SetErrCallBack(capture_err);
     fs::create_directories(src);
     fs::create_directories(out);
   }

@@ -6,22 +6,15 @@
 #include <set>
 
 #include "PboBuilder.h"
-#include "core/BisDLL.h"
-#include "io/BisFileIO.h"
-#include "pbo/Vendrak.h"
+#include "support/CliRun.h"
 
 using namespace pbotest;
 namespace fs = std::filesystem;
 
 namespace {
-struct ExtractFixture : ::testing::Test {
-  TempDir dir;
-  BisDLL dll;
-  Vendrak* tool = dll.dll_GetVendrak();
+struct ExtractFixture : ToolFixture {
   std::string archive = dir / "in/arc.pbo", out = dir / "out";
   ExtractFixture() {
-    clear_captured();
-    tool->pbo_GetIO()->io_SetErrCallBack(capture_err);
     fs::create_directories(dir.path / "in");
     fs::create_directories(dir.path / "outside");
     write_file(dir / "outside/canary", "canary");
@@ -221,7 +214,9 @@ TEST_F(ExtractFixture, BinarisedConfigsAreDecodedToText) {
 
 // Every archive of the corpus extracts, and every entry is written with the bytes that a reader
 // sharing no code with the library finds in it.
-TEST(PboCorpus, EveryArchiveExtractsWithExactBytes) {
+using PboCorpus = ToolFixture;
+
+TEST_F(PboCorpus, EveryArchiveExtractsWithExactBytes) {
   fs::path corpus = fs::path(VENDRAK_CORPUS) / "pbo";
   if (!fs::is_directory(corpus)) GTEST_SKIP() << "no corpus at " << corpus;
   int seen = 0;
@@ -231,19 +226,15 @@ TEST(PboCorpus, EveryArchiveExtractsWithExactBytes) {
     ++seen;
     Listing l = list_archive(read_file(file.path().string()));
     ASSERT_TRUE(l.ok);
-    TempDir out;
-    BisDLL dll;
-    Vendrak* tool = dll.dll_GetVendrak();
-    clear_captured();
-    tool->pbo_GetIO()->io_SetErrCallBack(capture_err);
-    ASSERT_EQ(tool->pbo_Extract(file.path().c_str(), capture, 8, nullptr, out.path.c_str()), 0) << errors();
+    fs::path out = dir.path / file.path().stem();
+    ASSERT_EQ(tool->pbo_Extract(file.path().c_str(), capture, 8, nullptr, out.c_str()), 0) << errors();
     std::string base = file.path().stem().string();
     for (auto const& [n, v] : l.properties)
       if (n == "prefix" && !v.empty()) base = v;
     for (auto const& [name, bytes] : l.entries) {
       std::string rel = base + "/" + name;
       std::replace(rel.begin(), rel.end(), '\\', '/');
-      EXPECT_EQ(read_file((out.path / rel).string()), bytes) << name;
+      EXPECT_EQ(read_file((out / rel).string()), bytes) << name;
     }
   }
   EXPECT_GT(seen, 10);
@@ -252,22 +243,31 @@ TEST(PboCorpus, EveryArchiveExtractsWithExactBytes) {
 TEST(PboCommandLine, ExitStatusIsTheResultCode) {
   TempDir dir;
   std::string shipped = std::string(VENDRAK_TEST_DATA) + "/pbo/cba_diagnostic_enable_logging.pbo";
-  auto run = [&](std::string const& args) {
-    std::string cmd = "'" VENDRAK_CLI_PATH "' " + args + " >'" + (dir / "stdout") + "' 2>'" + (dir / "stderr") + "'";
-    int status = std::system(cmd.c_str());
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  struct Case {
+    std::string args;
+    int status;
+    char const* out;  // the whole standard output, or (with a status) a piece of standard error
+  } const cases[] = {
+      {"info '" + shipped + "'", 0, nullptr},
+      {"list --names '" + shipped + "'", 0, "config.bin\nscript_component.hpp\n"},
+      {"extract --quiet --files '*.hpp' '" + shipped + "' '" + (dir / "x") + "'", 0, ""},
+      {"extract --warnings-as-errors --files '*.nothing' '" + shipped + "' '" + (dir / "y") + "'", 27, nullptr},
+      {"info '" + (dir / "missing.pbo") + "'", 3, "missing.pbo: No such file or directory"},
   };
-  EXPECT_EQ(run("info '" + shipped + "'"), 0);
-  EXPECT_NE(read_file(dir / "stdout").find("//Pbo Type is: Arma Addon\n"), std::string::npos);
-  EXPECT_EQ(run("list --names '" + shipped + "'"), 0);
-  EXPECT_EQ(read_file(dir / "stdout"), "config.bin\nscript_component.hpp\n");
-  EXPECT_EQ(run("extract --quiet --files '*.hpp' '" + shipped + "' '" + (dir / "x") + "'"), 0);
+  for (auto const& c : cases) {
+    clirun::CliRun r = clirun::run_tool(c.args, dir / "tool");
+    EXPECT_EQ(r.status, c.status) << c.args << r.err;
+    if (c.out && c.status) {
+      EXPECT_NE(r.err.find(c.out), std::string::npos) << c.args;
+    } else if (c.out) {
+      EXPECT_EQ(r.out, c.out) << c.args;
+    }
+  }
+  EXPECT_NE(clirun::run_tool("info '" + shipped + "'", dir / "tool").out.find("//Pbo Type is: Arma Addon\n"),
+            std::string::npos);
   std::string folder = dir / "x/x/cba/addons/diagnostic_enable_logging";
   EXPECT_TRUE(fs::exists(folder + "/script_component.hpp"));
   EXPECT_FALSE(fs::exists(folder + "/config.bin"));
-  EXPECT_EQ(run("extract --warnings-as-errors --files '*.nothing' '" + shipped + "' '" + (dir / "y") + "'"), 27);
-  EXPECT_EQ(run("info '" + (dir / "missing.pbo") + "'"), 3);
-  EXPECT_NE(read_file(dir / "stderr").find("missing.pbo: No such file or directory"), std::string::npos);
 }
 
 }  // namespace

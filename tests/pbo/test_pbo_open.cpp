@@ -2,22 +2,12 @@
 #include <gtest/gtest.h>
 
 #include "PboBuilder.h"
-#include "core/BisDLL.h"
-#include "io/BisFileIO.h"
-#include "pbo/Vendrak.h"
 #include "text/TokenPairs.h"
 
 using namespace pbotest;
 
 namespace {
-struct OpenFixture : ::testing::Test {
-  TempDir dir;
-  BisDLL dll;
-  Vendrak* tool = dll.dll_GetVendrak();
-  OpenFixture() {
-    clear_captured();
-    tool->pbo_GetIO()->io_SetErrCallBack(capture_err);
-  }
+struct OpenFixture : ToolFixture {
   int open_bytes(std::string const& bytes, int flags = 0) {
     write_file(dir / "a.pbo", bytes);
     return tool->pbo_Open((dir / "a.pbo").c_str(), capture, flags);

@@ -3,23 +3,13 @@
 #include <gtest/gtest.h>
 
 #include "PboBuilder.h"
-#include "core/BisDLL.h"
-#include "io/BisFileIO.h"
-#include "pbo/Vendrak.h"
 #include "text/TokenPairs.h"
 
 using namespace pbotest;
 using Pairs = std::vector<std::pair<std::string, std::string>>;
 
 namespace {
-struct PrefixFixture : ::testing::Test {
-  TempDir dir;
-  BisDLL dll;
-  Vendrak* tool = dll.dll_GetVendrak();
-  PrefixFixture() {
-    clear_captured();
-    tool->pbo_GetIO()->io_SetErrCallBack(capture_err);
-  }
+struct PrefixFixture : ToolFixture {
   Pairs properties() const {
     Pairs out;
     for (TokenPair* p = tool->pbo_GetProperties(); p; p = p->GetNext()) out.emplace_back(p->name(), p->value());

@@ -3,9 +3,6 @@
 #include <gtest/gtest.h>
 
 #include "PboBuilder.h"
-#include "core/BisDLL.h"
-#include "io/BisFileIO.h"
-#include "pbo/Vendrak.h"
 
 using namespace pbotest;
 

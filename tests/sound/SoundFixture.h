@@ -1,21 +1,18 @@
 #pragma once
-// Hand-made sounds and a scratch folder for the sound tests.
+// Hand-made sounds and a scratch folder for the sound tests; messages are captured in g_msgs and g_errs.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
 #include <cmath>
-#include <cstdarg>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <string>
 #include <vector>
 
 #include "core/BisDLL.h"
+#include "io/BisFileIO_test_util.h"
 #include "sound/BisSound.h"
 
 namespace soundtest {
@@ -85,26 +82,6 @@ inline std::vector<int> sine(size_t frames, int channels, double hz, double rate
   return v;
 }
 
-inline std::string read_file(fs::path const& p) {
-  std::ifstream f(p, std::ios::binary);
-  return std::string(std::istreambuf_iterator<char>(f), {});
-}
-inline void write_file(fs::path const& p, std::string const& bytes) {
-  std::ofstream(p, std::ios::binary) << bytes;
-}
-
-inline std::string captured[2];  // the message callback, and the error callback
-template <int Which>
-bool capture(char const* format, ...) {
-  char buf[4096];
-  va_list ap;
-  va_start(ap, format);
-  std::vsnprintf(buf, sizeof buf, format, ap);
-  va_end(ap);
-  captured[Which] += buf;
-  return true;
-}
-
 struct SoundTest : ::testing::Test {
   fs::path dir;
   BisDLL dll;
@@ -112,15 +89,15 @@ struct SoundTest : ::testing::Test {
   SoundTest() {
     std::string t = (fs::temp_directory_path() / "vendrak-sound-XXXXXX").string();
     dir = ::mkdtemp(t.data());
-    captured[0].clear(), captured[1].clear();
-    tool->wss_GetFileIO()->io_SetErrCallBack(capture<1>);
+    clear_captured();
+    tool->wss_GetFileIO()->io_SetErrCallBack(capture_err);
   }
   ~SoundTest() override {
     std::error_code ec;
     fs::remove_all(dir, ec);
   }
-  int open(std::string const& bytes) { return tool->wss_Open(bytes.data(), bytes.size(), capture<0>, 0, "test"); }
-  int open_file(fs::path const& p) { return tool->wss_Open(p.c_str(), capture<0>, 0); }
+  int open(std::string const& bytes) { return tool->wss_Open(bytes.data(), bytes.size(), capture_msg, 0, "test"); }
+  int open_file(fs::path const& p) { return tool->wss_Open(p.c_str(), capture_msg, 0); }
   std::vector<int> pcm() const { return as_samples(tool->wss_GetData(), tool->wss_GetDataSize()); }
   std::string out(char const* name) const { return (dir / name).string(); }
 };

@@ -23,7 +23,7 @@ TEST_F(SoundTest, EveryCorpusSoundOpensWithItsRealFormat) {
     std::string name = line.substr(0, line.find('\t'));
     if (name.rfind("ogg/", 0) != 0 && name.rfind("wss/", 0) != 0) continue;
     ++files;
-    ASSERT_EQ(open_file(corpus() / name), 0) << name << "\n" << captured[1];
+    ASSERT_EQ(open_file(corpus() / name), 0) << name << "\n" << g_errs;
     EXPECT_GT(tool->wss_GetPlayTime(), 0.01) << name;
     std::smatch m;
     if (!std::regex_search(line, m, ogg) && !std::regex_search(line, m, wss)) continue;  // the RIFF one
@@ -53,8 +53,8 @@ TEST_F(SoundTest, SoundsInsideCorpusArchivesOpen) {
       int size = 0;
       uint8_t const* data = pbo->pbo_ReadEntryData(en, &size, 0);
       ASSERT_TRUE(data) << name;
-      EXPECT_EQ(tool->wss_Open(data, static_cast<uint64_t>(size), capture<0>, 0, name.c_str()), 0)
-          << e.path() << " ! " << name << "\n" << captured[1];
+      EXPECT_EQ(tool->wss_Open(data, static_cast<uint64_t>(size), capture_msg, 0, name.c_str()), 0)
+          << e.path() << " ! " << name << "\n" << g_errs;
       EXPECT_GT(tool->wss_GetPlayTime(), 0) << name;
       pbo->pbo_FreeData(en);
       ++sounds;
@@ -85,7 +85,7 @@ TEST_F(SoundTest, OggDecodesExactlyAsTheVorbisLibraryDoes) {
 TEST_F(SoundTest, ReportOfAPlainWss) {
   std::string data = samples16(std::vector<int>(22050, 5));
   ASSERT_EQ(open(wss(Fmt::pcm(2, 22050, 16), 0, data)), 0);
-  EXPECT_EQ(captured[0],
+  EXPECT_EQ(g_msgs,
             "WSS Stereo UnCompressed\r\n"
             "SamplesPerSec 22050\r\n"
             "BytesperSec   88200\r\n"
@@ -94,10 +94,10 @@ TEST_F(SoundTest, ReportOfAPlainWss) {
             "Playtime:     0.50 Seconds\r\n"
             "Audio data:   44100 bytes\r\n"
             "Filesize:     44126 bytes\r\n");
-  captured[0].clear();
+  g_msgs.clear();
   ASSERT_EQ(open(wss(Fmt::pcm(1, 11025, 16), 4, std::string(11025, '\x77'))), 0);
-  EXPECT_NE(captured[0].find("WSS Mono Nibble Compressed\r\n"), std::string::npos);
-  EXPECT_NE(captured[0].find("Playtime:     2.00 Seconds\r\nAudio data:   11025 bytes (compressed)\r\n"),
+  EXPECT_NE(g_msgs.find("WSS Mono Nibble Compressed\r\n"), std::string::npos);
+  EXPECT_NE(g_msgs.find("Playtime:     2.00 Seconds\r\nAudio data:   11025 bytes (compressed)\r\n"),
             std::string::npos);
   EXPECT_EQ(tool->wss_GetDataSize(), 44100u);
 }
@@ -159,6 +159,6 @@ TEST_F(SoundTest, WaveChunkWalk) {
   EXPECT_EQ(pcm(), (std::vector<int>{100, -100, 7}));
   EXPECT_EQ(tool->wss_GetFormat().extra_size, 5);
   EXPECT_EQ(tool->wss_GetSoundType(), BisSound::SOUND_WAV);
-  EXPECT_NE(captured[0].find("riff format overall size doesn't match actual data size\r\n"), std::string::npos);
+  EXPECT_NE(g_msgs.find("riff format overall size doesn't match actual data size\r\n"), std::string::npos);
 }
 }  // namespace

@@ -21,10 +21,10 @@ TEST_F(SoundTest, PlainPcmSurvivesWavToWssToWav) {
     std::string original = wav(c.fmt, c.data);
     ASSERT_EQ(open(original), 0);
     ASSERT_EQ(tool->wss_Create(out("a.wss").c_str(), BisSound::KIND_WSS), 0);
-    EXPECT_EQ(read_file(out("a.wss")), wss(c.fmt, 0, c.data));
+    EXPECT_EQ(get_file(out("a.wss")), wss(c.fmt, 0, c.data));
     ASSERT_EQ(open_file(out("a.wss")), 0);
     ASSERT_EQ(tool->wss_Create(out("b.wav").c_str(), BisSound::KIND_WAV), 0);
-    EXPECT_EQ(read_file(out("b.wav")), original) << c.fmt.bits << " bits";
+    EXPECT_EQ(get_file(out("b.wav")), original) << c.fmt.bits << " bits";
   }
 }
 
@@ -73,7 +73,7 @@ TEST_F(SoundTest, OggWeWriteDecodesToTheInputsLength) {
   }
   tool->wss_SetOggTitle("radio.ogg");
   ASSERT_EQ(tool->wss_Create(out("t.ogg").c_str(), BisSound::KIND_OGG), 0);
-  EXPECT_NE(read_file(out("t.ogg")).find("Ostrel_=radio.ogg"), std::string::npos);
+  EXPECT_NE(get_file(out("t.ogg")).find("Ostrel_=radio.ogg"), std::string::npos);
 }
 
 TEST_F(SoundTest, OggThatVorbisRefusesLeavesNoFile) {
@@ -111,7 +111,7 @@ TEST_F(SoundTest, LipSyncFollowsTheLoudnessOfEachWindow) {
   v.resize(v.size() + 320, 0);
   ASSERT_EQ(open(wav(Fmt::pcm(1, 8000, 16), samples16(v))), 0);
   ASSERT_EQ(tool->wss_CreateLip(out("a.lip").c_str(), 0.1f), 0);
-  EXPECT_EQ(read_file(out("a.lip")),
+  EXPECT_EQ(get_file(out("a.lip")),
             "frame = 0.040\r\n"
             "0.000, 0\r\n"
             "0.080, 7\r\n"

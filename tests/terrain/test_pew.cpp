@@ -235,41 +235,43 @@ TEST(Pew, RoadBlockOddities) {
   EXPECT_EQ(p.g->pew_Warnings(), 6u);
 }
 
+// Model colours from a colour config, as text or binarised, as flat or nested pairs; the rest keep the
+// default colour.
 TEST(Pew, ColourConfig) {
   struct Case {
     char const* name;
     char const* text;
+    bool binarised;
     int code;
+    uint32_t tree, house;  // data3d\tree.p3d and data3d\house.p3d: r, g, b, a
   } cases[] = {
-      {"pairs", "class objects { colors[] = {\"TREE\", 0x102030, \"house\", 255}; };", 0},
-      {"nested elsewhere", "class other { class objects { colors[]={\"tree\",1}; }; };", PEW_BAD_CONFIG},
-      {"odd list", "class objects { colors[] = {\"tree\"}; };", PEW_BAD_CONFIG},
-      {"colour not a number", "class objects { colors[] = {\"tree\", \"red\"}; };", PEW_BAD_CONFIG},
-      {"no class", "x = 1;", PEW_BAD_CONFIG},
+      {"pairs", "class objects { colors[] = {\"TREE\", 0x102030, \"house\", 255}; };", false, 0, 0xFF302010u,
+       0xFFFF0000u},
+      {"nested pairs, binarised", "class objects { colors[] = {{\"house\", 0x0000FF}}; };", true, 0,
+       kPewDefaultColour, 0xFFFF0000u},
+      {"nested elsewhere", "class other { class objects { colors[]={\"tree\",1}; }; };", false, PEW_BAD_CONFIG, 0, 0},
+      {"odd list", "class objects { colors[] = {\"tree\"}; };", false, PEW_BAD_CONFIG, 0, 0},
+      {"colour not a number", "class objects { colors[] = {\"tree\", \"red\"}; };", false, PEW_BAD_CONFIG, 0, 0},
+      {"no class", "x = 1;", false, PEW_BAD_CONFIG, 0, 0},
   };
   for (Case const& c : cases) {
     Pair p;
     fill_small(*p.t, 4, 4, 2);
-    put_file(p.tmp / "c.hpp", c.text);
-    EXPECT_EQ(p.g->MakePew((p.tmp / "c.pew").c_str(), 60, p.t, nullptr, (p.tmp / "c.hpp").c_str()), c.code) << c.name;
+    std::string cfg = p.tmp / "c.hpp";
+    put_file(cfg, c.text);
+    if (c.binarised) {
+      Sembric* rap = p.dll.dll_GetRap();
+      ASSERT_EQ(rap->rap_Create(cfg.c_str(), 0, capture_err), 0) << g_errs;
+      cfg = p.tmp / "c.bin";
+      ASSERT_EQ(rap->rap_Output(cfg.c_str(), Sembric::RAPO_ARMA), 0);
+    }
+    EXPECT_EQ(p.g->MakePew((p.tmp / "c.pew").c_str(), c.binarised ? 58 : 60, p.t, nullptr, cfg.c_str()), c.code)
+        << c.name << g_errs;
     if (c.code) continue;
     ASSERT_EQ(p.g->pew_Open((p.tmp / "c.pew").c_str(), nullptr), 0);
-    EXPECT_EQ(p.g->templates[0].colour, 0xFF302010u);  // data3d\tree.p3d: r, g, b, a
-    EXPECT_EQ(p.g->templates[1].colour, 0xFFFF0000u);  // data3d\house.p3d: blue
+    EXPECT_EQ(p.g->templates[0].colour, c.tree) << c.name;
+    EXPECT_EQ(p.g->templates[1].colour, c.house) << c.name;
   }
-}
-
-TEST(Pew, BinarisedColourConfigAndNestedPairs) {
-  Pair p;
-  fill_small(*p.t, 4, 4, 2);
-  put_file(p.tmp / "c.hpp", "class objects { colors[] = {{\"house\", 0x0000FF}}; };");
-  Sembric* rap = p.dll.dll_GetRap();
-  ASSERT_EQ(rap->rap_Create((p.tmp / "c.hpp").c_str(), 0, capture_err), 0) << g_errs;
-  ASSERT_EQ(rap->rap_Output((p.tmp / "c.bin").c_str(), Sembric::RAPO_ARMA), 0);
-  ASSERT_EQ(p.g->MakePew((p.tmp / "c.pew").c_str(), 58, p.t, nullptr, (p.tmp / "c.bin").c_str()), 0) << g_errs;
-  ASSERT_EQ(p.g->pew_Open((p.tmp / "c.pew").c_str(), nullptr), 0);
-  EXPECT_EQ(p.g->templates[0].colour, kPewDefaultColour);
-  EXPECT_EQ(p.g->templates[1].colour, 0xFFFF0000u);
 }
 
 TEST(Pew, UnknownVersionIsRefused) {

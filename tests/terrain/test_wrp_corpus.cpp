@@ -83,22 +83,6 @@ TEST(WrpCorpus, ConvertsThroughEveryBinarisedVersion) {
   }
 }
 
-TEST(WrpCorpus, FourWvrConversionFollowsItsTextureRules) {
-  if (!fs::is_directory(corpus_dir() / "wrp")) GTEST_SKIP() << "no corpus";
-  TempFolder tmp;
-  struct Case {
-    char const* file;
-    int result;
-  } const cases[] = {
-      {"cwrce_synthetic_test_world_4wvr.wrp", 0},
-      {"avebury_avebury.wrp", WRP_PAX_NAME_LENGTH},  // rvmat paths longer than 31 bytes
-      {"grm_world01.wrp", WRP_ILLEGAL_LAYER_INDEX},  // its one cell names layer 1 of a table of 1
-  };
-  for (auto const& c : cases) {
-    Loaded l;
-    ASSERT_EQ(l.t->wrp_Open(corpus(c.file).c_str()), 0);
-    std::string out = tmp / "t4.wrp";
-    EXPECT_EQ(l.t->wrp_Create(out.c_str(), "4WVR"), c.result) << c.file;
-  }
-}
+// The 4WVR refusals (names over 31 bytes, layer indexes beyond the table) are checked on built terrains
+// in test_wrp_oprw.cpp and on a real one through the command line.
 }  // namespace

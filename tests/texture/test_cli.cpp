@@ -1,29 +1,21 @@
 #include <gtest/gtest.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "texture/PaaBytes.h"
+#include "support/CliRun.h"
 
 using namespace paa_test;
 
 namespace {
-struct CliRun {
-  int status;
-  std::string out, err;
-};
+using clirun::CliRun;
 
-// Runs the command-line tool with its output streams caught in files (no argument holds a quote).
 CliRun vendrak(TempFolder const& dir, std::vector<std::string> const& args) {
-  std::string cmd = "'" VENDRAK_CLI_PATH "'", out = dir / "stdout", err = dir / "stderr";
-  for (auto const& a : args) cmd += " '" + a + "'";
-  int st = std::system((cmd + " >'" + out + "' 2>'" + err + "' </dev/null").c_str());
-  return {WIFEXITED(st) ? WEXITSTATUS(st) : -1, get_file(out), get_file(err)};
+  std::string stem = dir / "tool";
+  return clirun::run_tool(clirun::quoted(args), stem);
 }
 }  // namespace
 
