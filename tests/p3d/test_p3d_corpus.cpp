@@ -158,9 +158,9 @@ TEST(OdolCorpus, ChangedTextsMoveTheLodsAndTheirOffsets) {
     std::string what = std::string(c.file) + (c.prefix ? " prefix" : " texture");
     BisDLL dll;
     Morvane* m = dll.dll_GetMorvane();
-    g_errors.clear();
-    m->p3d_GetIO()->io_SetErrCallBack(keep);
-    ASSERT_EQ(m->p3d_Open((dir / c.file).c_str(), 0, keep), 0) << what << ": " << g_errors;
+    kept_messages().clear();
+    m->p3d_GetIO()->io_SetErrCallBack(keep_message);
+    ASSERT_EQ(m->p3d_Open((dir / c.file).c_str(), 0, keep_message), 0) << what << ": " << kept_messages();
     OdolModel* odol = m->p3d_GetOdol();
     ASSERT_NE(odol, nullptr) << what;
     uint32_t changed = odol->lod_count();  // the LOD that grows, if any
@@ -180,9 +180,9 @@ TEST(OdolCorpus, ChangedTextsMoveTheLodsAndTheirOffsets) {
 
     BisDLL dll2;
     Morvane* e = dll2.dll_GetMorvane();
-    g_errors.clear();
-    e->p3d_GetIO()->io_SetErrCallBack(keep);
-    ASSERT_EQ(e->p3d_Open(out.c_str(), 0, keep), 0) << what << ": " << g_errors;
+    kept_messages().clear();
+    e->p3d_GetIO()->io_SetErrCallBack(keep_message);
+    ASSERT_EQ(e->p3d_Open(out.c_str(), 0, keep_message), 0) << what << ": " << kept_messages();
     OdolModel const* back = e->p3d_GetOdol();
     ASSERT_EQ(back->lod_count(), odol->lod_count()) << what;
     if (c.prefix)
