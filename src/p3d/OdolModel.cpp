@@ -135,9 +135,7 @@ void OdolModel::read(P3dCursor& c) {
     lod.start = here;
     _read_lod(lod);
     lod.end = _io.io_GetCurrentOffset();
-    // The end table is derived from where each LOD ends; a model whose table says otherwise
-    // cannot be written back as it is.
-    if (_ends[index] != lod.end) _io.io_throw(GE_CODE_BUG, "%s", "\r\nlod offset addresses are scrambled\r\n");
+    lod.end_slack = int64_t{_ends[index]} - static_cast<int64_t>(lod.end);
   }
   _lods = std::move(read);
   _tail_size = _io.io_RemainingBytes();
@@ -414,9 +412,7 @@ void OdolModel::_faces(OdolLod& lod, bool wide) {
   uint64_t used = c.offset();
   _io.io_GetAddressAndUpdate(used);
   lod.face_bytes = static_cast<uint32_t>(used);
-  if (lod.face_size_word != _face_size_word(lod))
-    _io.io_throw(P3DERR_UNDECODABLE, "\r\nface data size %u, its faces take %u\r\n", lod.face_size_word,
-                 _face_size_word(lod));
+  lod.face_size_slack = int64_t{lod.face_size_word} - int64_t{_face_size_word(lod)};
 }
 
 void OdolModel::_sections(OdolLod& lod) {

@@ -89,6 +89,9 @@ struct OdolLod {
   float uv1_bounds[4] = {0, 0, 1, 1};
   uint32_t uv_sets = 1;
   uint32_t face_size_word = 0;  // version 7: the size the engine allocates, kept as stored
+  // How far the stored face data size and end offset stray from what the LOD itself gives. Real
+  // files agree (0); a file from another binariser that does not keeps its difference when written.
+  int64_t face_size_slack = 0, end_slack = 0;
   uint8_t one_bone = 0;         // whether every vertex has one bone at most
   OdolBytes links;              // the bone links: their count and lists
   OdolBytes vertex_word;        // version 52 and above: the word after the vertex count

@@ -71,7 +71,7 @@ void OdolModel::_put(BisFileIO& out, CompressedStruct const& a, bool fill) const
 uint32_t OdolModel::_face_size_word(OdolLod const& lod) const {
   if (_version == 7) return lod.face_size_word;
   uint32_t index = _version >= 69 ? 4 : 2;
-  return lod.face_bytes + lod.nFaces * (index - 1);
+  return static_cast<uint32_t>(lod.face_bytes + uint64_t{lod.nFaces} * (index - 1));
 }
 
 void OdolModel::write(BisFileIO& out) const {
@@ -102,7 +102,7 @@ void OdolModel::write(BisFileIO& out) const {
   for (uint32_t i : _read_order) {
     offsets[i] = here(out, base);
     _write_lod(out, _lods[i]);
-    offsets[_lods.size() + i] = here(out, base);
+    offsets[_lods.size() + i] = static_cast<uint32_t>(here(out, base) + _lods[i].end_slack);
   }
   out.io_WriteBlock(_data + _size - _tail_size, _tail_size);
   patch(out, table, offsets.data(), offsets.size() * 4);
@@ -152,7 +152,7 @@ void OdolModel::_write_lod(BisFileIO& out, OdolLod const& lod) const {
   _put(out, lod.point_to_vertex);
   _put(out, lod.vertex_to_point);
   out.io_WriteUlong(lod.nFaces);
-  out.io_WriteUlong(_face_size_word(lod));
+  out.io_WriteUlong(static_cast<uint32_t>(_face_size_word(lod) + lod.face_size_slack));
   out.io_WriteUshort(0);
   if (lod.face_bytes) out.io_WriteBlock(lod.faces, lod.face_bytes);
   _write_sections(out, lod);
@@ -231,7 +231,7 @@ void OdolModel::_write_lod_v7(BisFileIO& out, OdolLod const& lod) const {
   _put(out, lod.point_to_vertex);
   _put(out, lod.vertex_to_point);
   out.io_WriteUlong(lod.nFaces);
-  out.io_WriteUlong(_face_size_word(lod));
+  out.io_WriteUlong(static_cast<uint32_t>(_face_size_word(lod) + lod.face_size_slack));
   if (lod.face_bytes) out.io_WriteBlock(lod.faces, lod.face_bytes);
   _write_sections(out, lod);
   _write_selections(out, lod);
