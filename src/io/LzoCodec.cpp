@@ -2,6 +2,7 @@
 
 #include <lzo/lzo1x.h>
 
+#include <algorithm>
 #include <cstring>
 #include <new>
 
@@ -75,7 +76,12 @@ int64_t LzoCodec::lzo_Expand(uint8_t const* source, uint64_t source_size, uint8_
 
   auto literals = [&](uint64_t n) {
     if (!in.has(n) || uint64_t(op_end - op) < n) return false;
-    std::memcpy(op, in.pos(), n);
+    // Most runs are short: one fixed 16-byte copy is cheaper than a sized one, where both sides
+    // have the room (what lands beyond the run is overwritten by what follows).
+    if (n <= 16 && in.has(16) && op_end - op >= 16)
+      std::memcpy(op, in.pos(), 16);
+    else
+      std::memcpy(op, in.pos(), n);
     in.skip(n);
     op += n;
     return true;
@@ -144,10 +150,19 @@ int64_t LzoCodec::lzo_Expand(uint8_t const* source, uint64_t source_size, uint8_
     }
     if (distance > uint64_t(op - dest) || length > uint64_t(op_end - op)) return -1;
     uint8_t const* from = op - distance;
-    if (distance >= length) {
+    if (distance >= 16 && length <= 16 && op_end - op >= 16) {
+      std::memcpy(op, from, 16);  // as for literals: a fixed copy, the surplus overwritten later
+    } else if (distance >= length) {
       std::memcpy(op, from, length);
     } else {
-      for (uint64_t k = 0; k < length; ++k) op[k] = from[k];  // overlapping run
+      // An overlapping run repeats the last `distance` bytes: copy the pattern in doubling steps.
+      uint8_t* to = op;
+      for (uint64_t left = length; left;) {
+        uint64_t n = std::min<uint64_t>(left, uint64_t(to - from));
+        std::memcpy(to, from, n);
+        to += n;
+        left -= n;
+      }
     }
     op += length;
     if (trailing) {
