@@ -49,11 +49,7 @@ void walk(Morvane* m) {
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   static BisDLL dll;
-  static Morvane* m = [] {
-    Morvane* t = dll.dll_GetMorvane();
-    t->p3d_GetIO()->io_SetErrCallBack(silent);
-    return t;
-  }();
+  static Morvane* m = fuzzing::quiet_model_tool(dll);
   if (m->p3d_Open(data, static_cast<unsigned>(size), 0, silent) != 0) return 0;
   walk(m);
   fs::path first = scratch() / "first.p3d", second = scratch() / "second.p3d";

@@ -24,17 +24,9 @@ fs::path const& scratch() { return fuzzing::scratch("odol"); }
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
   static BisDLL dll;
-  static Morvane* m = [] {
-    Morvane* t = dll.dll_GetMorvane();
-    t->p3d_GetIO()->io_SetErrCallBack(silent);
-    return t;
-  }();
+  static Morvane* m = fuzzing::quiet_model_tool(dll);
   static BisDLL dll2;
-  static Morvane* editable = [] {
-    Morvane* t = dll2.dll_GetMorvane();
-    t->p3d_GetIO()->io_SetErrCallBack(silent);
-    return t;
-  }();
+  static Morvane* editable = fuzzing::quiet_model_tool(dll2);
   if (m->p3d_Open(data, static_cast<unsigned>(size), 0, silent) != 0) return 0;
   uint64_t work = 0;
   for (int i = 0; i < m->p3d_GetLodCount(); ++i) {

@@ -225,7 +225,7 @@ void CompressedStruct::write_stored_payload(BisFileIO& io) const {
   io.io_WriteBlock(_payload, _storedLength - uint64_t(_payload - _storedStart));
 }
 
-void CompressedStruct::write_compressed(BisFileIO& io, CompressType type, uint64_t bytes, bool tribyte_size) {
+void CompressedStruct::write_compressed(BisFileIO& io, CompressType type, uint64_t bytes, bool tribyte_size) const {
   std::unique_ptr<CompressionEngine> own;
   CompressionEngine* engine = _engine;
   if (!engine) {
@@ -241,7 +241,7 @@ void CompressedStruct::write_compressed(BisFileIO& io, CompressType type, uint64
   io.io_WriteBlock(engine->cmp_GetOutput(), uint64_t(size));
 }
 
-void CompressedStruct::WriteCompressed(BisFileIO& io, CompressType type, uint64_t count) {
+void CompressedStruct::WriteCompressed(BisFileIO& io, CompressType type, uint64_t count) const {
   uint64_t const bytes = bytes_of(count);
   if (bytes > _capacity) throw GE_CODE_BUG;  // more elements asked for than the array holds
   if (!_Array && bytes && !can_reuse_stored(type)) throw GE_CODE_BUG;  // expansion dropped, form changed

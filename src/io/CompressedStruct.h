@@ -44,7 +44,7 @@ class CompressedStruct {
   // The same without recording.
   int __ReadCompressed(BisFileIO& io, CompressType type, uLongPair dimensions, uint64_t expanded_size);
   // Writes `count` elements in the form the type asks for.
-  void WriteCompressed(BisFileIO& io, CompressType type, uint64_t count);
+  void WriteCompressed(BisFileIO& io, CompressType type, uint64_t count) const;
 
   // Zero-filled owned storage; a previous owned array is freed. Throws Generic_Errors 2.
   uint8_t* cs_Allocate(uint64_t count);
@@ -105,5 +105,5 @@ class CompressedStruct {
   uint64_t bytes_of(uint64_t count) const;
   bool can_reuse_stored(CompressType type) const;
   void write_stored_payload(BisFileIO& io) const;
-  void write_compressed(BisFileIO& io, CompressType type, uint64_t bytes, bool tribyte_size);
+  void write_compressed(BisFileIO& io, CompressType type, uint64_t bytes, bool tribyte_size) const;
 };

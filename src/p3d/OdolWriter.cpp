@@ -60,10 +60,9 @@ bool OdolModel::set_texture(uint32_t lod, uint32_t texture, std::string_view pat
   return true;
 }
 
-// An array with its count; one that was not changed goes back in its stored form. Writing it
-// changes nothing in the array, which is why a model that is only read may be written.
+// An array with its count; one that was not changed goes back in its stored form.
 void OdolModel::_put(BisFileIO& out, CompressedStruct const& a, bool fill) const {
-  const_cast<CompressedStruct&>(a).WriteCompressed(out, _mode(fill) | CT_WRITE_COUNT, a.cs_Count());
+  a.WriteCompressed(out, _mode(fill) | CT_WRITE_COUNT, a.cs_Count());
 }
 
 // The engine sizes its face store as if a face's corner count took as much room as an index:
@@ -224,7 +223,7 @@ void OdolModel::_write_lod_v7(BisFileIO& out, OdolLod const& lod) const {
   _put(out, lod.uv0);
   // Positions and normals are always stored as they are.
   for (CompressedStruct const* a : {&lod.positions, &lod.normals})
-    const_cast<CompressedStruct*>(a)->WriteCompressed(out, CT_WRITE_COUNT, a->cs_Count());
+    a->WriteCompressed(out, CT_WRITE_COUNT, a->cs_Count());
   put_bytes(out, lod.hints);
   put_count(out, lod.textures.size());
   for (std::string_view t : lod.textures) put_text(out, t);

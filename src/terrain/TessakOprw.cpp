@@ -318,7 +318,7 @@ void Tessak::_read_map_infos() {
 void Tessak::_write_array(BisFileIO& out, CompressedStruct const& cs, uint64_t cells) const {
   // The stored form is reused when the array is unchanged; the cast only lets the compressor use
   // the array's engine.
-  const_cast<CompressedStruct&>(cs).WriteCompressed(out, _array_type(), cells);
+  cs.WriteCompressed(out, _array_type(), cells);
 }
 
 void Tessak::_write_quad_tree(BisFileIO& out, Grid const& grid, uint32_t element_size) const {

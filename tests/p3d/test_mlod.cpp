@@ -2,17 +2,15 @@
 // back.
 #include <gtest/gtest.h>
 
-#include "KeptMessages.h"
 #include <unistd.h>
 
-#include <cstdarg>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "MlodBuilder.h"
 #include "core/BisDLL.h"
-#include "core/BisMessage.h"
+#include "io/BisFileIO_test_util.h"
 #include "p3d/Morvane.h"
 #include "text/TokenPairs.h"
 
@@ -27,10 +25,10 @@ struct Opened {
   std::string bytes;  // the model is read in place: its buffer lives as long as it
   int r;
   explicit Opened(std::string in, unsigned flags = 0) : bytes(std::move(in)) {
-    kept_messages().clear();
-    m->p3d_GetIO()->io_SetErrCallBack(keep_message);
+    g_msgs.clear();
+    m->p3d_GetIO()->io_SetErrCallBack(capture_msg);
     r = m->p3d_Open(reinterpret_cast<unsigned char const*>(bytes.data()), static_cast<unsigned>(bytes.size()), flags,
-                    keep_message);
+                    capture_msg);
   }
 };
 
@@ -75,7 +73,7 @@ TEST(Mlod, ReadsLodsTablesAndTaggs) {
                     return d;
                   }()}};
   Opened o(model({visual, geometry()}));
-  ASSERT_EQ(o.r, 0) << kept_messages();
+  ASSERT_EQ(o.r, 0) << g_msgs;
   EXPECT_EQ(o.m->p3d_GetLodCount(), 2);
   GenString kind;
   o.m->p3d_GetTypeStr(&kind);
@@ -124,7 +122,7 @@ TEST(Mlod, KindsOfFile) {
   };
   for (Case const& c : cases) {
     Opened o(c.bytes);
-    ASSERT_EQ(o.r, 0) << c.text << kept_messages();
+    ASSERT_EQ(o.r, 0) << c.text << g_msgs;
     GenString t;
     o.m->p3d_GetTypeStr(&t);
     EXPECT_STREQ(t.c_str(), c.text);
@@ -144,7 +142,7 @@ TEST(Mlod, ShortMassTableIsReadAsFourBytesAPoint) {
   Lod geo = geometry(4);
   geo.taggs = {{"#Mass#", floats(4, 1.5f), 4}};
   Opened o(model({geo}));
-  ASSERT_EQ(o.r, 0) << kept_messages();
+  ASSERT_EQ(o.r, 0) << g_msgs;
   void const* l = o.m->p3d_get_lod(0);
   EXPECT_DOUBLE_EQ(o.m->p3d_get_calculated_total_mass(l), 6.0);
   EXPECT_TRUE(static_cast<MlodLod const*>(l)->mass_short);
@@ -190,7 +188,7 @@ TEST(Mlod, FailuresEndWithTheirCodes) {
     Opened o(c.bytes);
     EXPECT_EQ(o.r, c.code) << c.what;
     if (*c.message) {
-      EXPECT_NE(kept_messages().find(c.message), std::string::npos) << c.what << ": " << kept_messages();
+      EXPECT_NE(g_msgs.find(c.message), std::string::npos) << c.what << ": " << g_msgs;
     }
     EXPECT_EQ(o.m->p3d_GetLodCount(), 0) << c.what;
   }
@@ -232,12 +230,12 @@ TEST(Mlod, TrailingBlanksAreWarnedTrimmedAndRepaired) {
   Opened o(file);
   ASSERT_EQ(o.r, 0);
   EXPECT_TRUE(o.m->p3d_has_trailing_spaces());
-  EXPECT_NE(kept_messages().find("\r\nWARNING***:lod 0: tagg property 'damage ' = 'tree ' contains trailing space(s)\r\n"
+  EXPECT_NE(g_msgs.find("\r\nWARNING***:lod 0: tagg property 'damage ' = 'tree ' contains trailing space(s)\r\n"
                             "Use morvane +fx to fix it\r\n"),
             std::string::npos)
-      << kept_messages();
-  EXPECT_NE(kept_messages().find("WARNING***:lod 0: named selection 'wheel  ' contains trailing space(s)"), std::string::npos);
-  EXPECT_NE(kept_messages().find("buffer trailing spaces detected\r\n"), std::string::npos);
+      << g_msgs;
+  EXPECT_NE(g_msgs.find("WARNING***:lod 0: named selection 'wheel  ' contains trailing space(s)"), std::string::npos);
+  EXPECT_NE(g_msgs.find("buffer trailing spaces detected\r\n"), std::string::npos);
   TokenPairs props;
   ASSERT_EQ(o.m->p3d_get_properties(&props, 0), 0);
   EXPECT_STREQ(props.tkn_find_value("damage"), "tree");
@@ -271,7 +269,7 @@ TEST(Mlod, WritesBackWhatItRead) {
   for (std::string const& in : {model({p3dm, geometry()}), model({sp3x}), sp3x.bytes(), model({short_mass}),
                                 with_garbage, model({p3dm}) + "tail"}) {
     Opened o(in);
-    ASSERT_EQ(o.r, 0) << kept_messages();
+    ASSERT_EQ(o.r, 0) << g_msgs;
     fs::path out = dir.path / "copy.p3d";
     ASSERT_EQ(o.m->p3d_UnBinarised(out.c_str()), 0);
     EXPECT_EQ(read_file(out), in);
@@ -355,14 +353,14 @@ TEST(Mlod, DemoBlocksAndTheDemoLayout) {
   std::string good = with_demo(3, 8);
   {
     Opened o(good);
-    ASSERT_EQ(o.r, 0) << kept_messages();
+    ASSERT_EQ(o.r, 0) << g_msgs;
     EXPECT_EQ(o.m->p3d_GetType(), Morvane::KIND_DEMO_SP3D);
     TempDir dir;
     fs::path out = dir.path / "demo.p3d";
     ASSERT_EQ(o.m->p3d_Create(out.c_str()), 0);
     // The demo layout is written in the OFP one: points gain a zero flag word.
     Opened back(read_file(out));
-    ASSERT_EQ(back.r, 0) << kept_messages();
+    ASSERT_EQ(back.r, 0) << g_msgs;
     EXPECT_EQ(back.m->p3d_GetType(), Morvane::KIND_DEMO_SP3X);
     void const* l = back.m->p3d_get_lod(0);
     EXPECT_EQ(back.m->p3d_get_nPoints(l), 3u);

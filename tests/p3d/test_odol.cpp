@@ -1,28 +1,19 @@
 // Binarised models: two small real models, and what goes wrong when their bytes are changed.
 #include <gtest/gtest.h>
 
-#include <cstdarg>
 #include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
 
 #include "core/BisDLL.h"
-#include "core/BisMessage.h"
+#include "io/BisFileIO_test_util.h"
 #include "p3d/Morvane.h"
 #include "io/BisFileIO.h"
 #include "p3d/OdolModel.h"
 #include "text/GenString.h"
 
 namespace {
-std::string g_text;
-bool keep(char const* format, ...) {
-  va_list ap;
-  va_start(ap, format);
-  g_text += bis_vformat(format, ap);
-  va_end(ap);
-  return true;
-}
 
 std::string data(char const* name) {
   std::ifstream f(std::string(VENDRAK_TEST_DATA) + "/p3d/" + name, std::ios::binary);
@@ -39,16 +30,16 @@ struct Opened {
   std::string bytes;  // the model is read in place: its buffer lives as long as it
   int r;
   explicit Opened(std::string in) : bytes(std::move(in)) {
-    g_text.clear();
-    m->p3d_GetIO()->io_SetErrCallBack(keep);
-    r = m->p3d_Open(reinterpret_cast<unsigned char const*>(bytes.data()), static_cast<unsigned>(bytes.size()), 0, keep);
+    g_msgs.clear();
+    m->p3d_GetIO()->io_SetErrCallBack(capture_msg);
+    r = m->p3d_Open(reinterpret_cast<unsigned char const*>(bytes.data()), static_cast<unsigned>(bytes.size()), 0, capture_msg);
   }
 };
 }  // namespace
 
 TEST(Odol, RealModelsOpen) {
   Opened ofp(data("target_odol7.p3d"));
-  ASSERT_EQ(ofp.r, 0) << g_text;
+  ASSERT_EQ(ofp.r, 0) << g_msgs;
   GenString kind;
   ofp.m->p3d_GetTypeStr(&kind);
   EXPECT_STREQ(kind.c_str(), "ODOL 7 (ofp): : nLods=4\r\n");
@@ -56,8 +47,8 @@ TEST(Odol, RealModelsOpen) {
   EXPECT_EQ(ofp.m->p3d_get_nPoints(ofp.m->p3d_get_lod(0)), 9u);
 
   Opened arma(data("optic_odol73.p3d"));
-  ASSERT_EQ(arma.r, 0) << g_text;
-  EXPECT_NE(g_text.find("Header AppID: 0\r\nHeader Prefix: \r\n"), std::string::npos) << g_text;
+  ASSERT_EQ(arma.r, 0) << g_msgs;
+  EXPECT_NE(g_msgs.find("Header AppID: 0\r\nHeader Prefix: \r\n"), std::string::npos) << g_msgs;
   arma.m->p3d_GetTypeStr(&kind);
   EXPECT_STREQ(kind.c_str(), "ODOL 73 (Arma3) : nLods=1\r\n");
   void const* lod = arma.m->p3d_get_lod(0);
@@ -83,7 +74,7 @@ TEST(Odol, WrittenFromItsValues) {
   std::string out = (std::filesystem::temp_directory_path() / "vendrak-odol-write.p3d").string();
   for (Case const& c : cases) {
     Opened o(data(c.file));
-    ASSERT_EQ(o.r, 0) << c.file << ": " << g_text;
+    ASSERT_EQ(o.r, 0) << c.file << ": " << g_msgs;
     OdolModel* odol = o.m->p3d_GetOdol();
     // The file grows or shrinks by the difference in length, nothing else.
     int64_t grows = 0;
@@ -103,7 +94,7 @@ TEST(Odol, WrittenFromItsValues) {
       continue;
     }
     Opened back(written.str());
-    ASSERT_EQ(back.r, 0) << c.file << ": " << g_text;
+    ASSERT_EQ(back.r, 0) << c.file << ": " << g_msgs;
     OdolModel const* b = back.m->p3d_GetOdol();
     EXPECT_EQ(b->prefix(), c.prefix ? c.prefix : odol->prefix()) << c.file;
     EXPECT_EQ(b->lod(0)->textures[0], c.texture ? c.texture : odol->lod(0)->textures[0]) << c.file;
@@ -120,7 +111,7 @@ TEST(Odol, StrayDerivedWordsAreKept) {
   size_t face_size_at = 0;  // the first LOD's face data size word
   {
     Opened o(v73);
-    ASSERT_EQ(o.r, 0) << g_text;
+    ASSERT_EQ(o.r, 0) << g_msgs;
     face_size_at = static_cast<size_t>(o.m->p3d_GetOdol()->lod(0)->faces - reinterpret_cast<uint8_t const*>(o.bytes.data())) - 6;
   }
   std::string out = (std::filesystem::temp_directory_path() / "vendrak-odol-stray.p3d").string();
@@ -131,7 +122,7 @@ TEST(Odol, StrayDerivedWordsAreKept) {
     put32(stray, at, word + 18);
     for (char const* prefix : {static_cast<char const*>(nullptr), "a\\b"}) {
       Opened o(stray);
-      ASSERT_EQ(o.r, 0) << at << ": " << g_text;
+      ASSERT_EQ(o.r, 0) << at << ": " << g_msgs;
       if (prefix) o.m->p3d_GetOdol()->set_prefix(prefix);
       ASSERT_EQ(o.m->p3d_Create(out.c_str()), 0);
       std::ifstream f(out, std::ios::binary);
@@ -184,8 +175,8 @@ TEST(Odol, FailuresEndWithTheirCodes) {
   };
   for (Case const& c : cases) {
     Opened o(c.bytes);
-    EXPECT_EQ(o.r, c.code) << c.what << ": " << g_text;
-    EXPECT_NE(g_text.find(c.message), std::string::npos) << c.what << ": " << g_text;
+    EXPECT_EQ(o.r, c.code) << c.what << ": " << g_msgs;
+    EXPECT_NE(g_msgs.find(c.message), std::string::npos) << c.what << ": " << g_msgs;
     EXPECT_EQ(o.m->p3d_GetLodCount(), 0) << c.what;
   }
 }

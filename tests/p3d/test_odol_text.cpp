@@ -2,22 +2,21 @@
 // model.cfg classes, and the warnings that odd stored values raise.
 #include <gtest/gtest.h>
 
-#include "KeptMessages.h"
 
-#include <cstdarg>
 #include <cstring>
 #include <string>
 #include <vector>
 
-#include "core/BisMessage.h"
 #include "io/BisFileIO.h"
+#include "MlodBuilder.h"
+#include "io/BisFileIO_test_util.h"
 #include "p3d/OdolModel.h"
 #include "text/GenString.h"
 
 namespace {
 
-void put(std::string& s, uint32_t v) { s.append(reinterpret_cast<char const*>(&v), 4); }
-void put(std::string& s, float v) { s.append(reinterpret_cast<char const*>(&v), 4); }
+using mlod_test::put32;
+using mlod_test::putf;
 
 // A material of the latest generation with the given stages (filter, texture) and a TI stage.
 struct Material {
@@ -26,28 +25,28 @@ struct Material {
 
   std::string bytes() const {
     std::string s;
-    put(s, 11u);
-    for (int i = 0; i < 24; ++i) put(s, i % 4 == 3 ? 1.0f : 0.5f);
-    put(s, 40.0f);
-    for (uint32_t v : {pixel, vertex, light, fog}) put(s, v);
+    put32(s, 11u);
+    for (int i = 0; i < 24; ++i) putf(s, i % 4 == 3 ? 1.0f : 0.5f);
+    putf(s, 40.0f);
+    for (uint32_t v : {pixel, vertex, light, fog}) put32(s, v);
     s.append("surf.bisurf", 12);
-    put(s, flag_words);
-    put(s, flags);
-    put(s, static_cast<uint32_t>(stages.size()));
-    put(s, static_cast<uint32_t>(stages.size()));
+    put32(s, flag_words);
+    put32(s, flags);
+    put32(s, static_cast<uint32_t>(stages.size()));
+    put32(s, static_cast<uint32_t>(stages.size()));
     for (size_t i = 0; i < stages.size(); ++i) {
-      put(s, stages[i].first);
+      put32(s, stages[i].first);
       s.append(stages[i].second.c_str(), stages[i].second.size() + 1);
-      put(s, static_cast<uint32_t>(i));
+      put32(s, static_cast<uint32_t>(i));
       s.push_back('\0');
     }
     for (size_t i = 0; i < stages.size(); ++i) {
-      put(s, 1u);
-      for (float v : {1.f, 0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 0.f, 0.f, 0.f, 0.f}) put(s, v);
+      put32(s, 1u);
+      for (float v : {1.f, 0.f, 0.f, 0.f, 1.f, 0.f, 0.f, 0.f, 0.f, 0.f, 0.f, 0.f}) putf(s, v);
     }
-    put(s, 3u);  // the TI stage
+    put32(s, 3u);  // the TI stage
     s.append("ti.paa", 7);
-    put(s, 0u);
+    put32(s, 0u);
     s.push_back('\0');
     return s;
   }
@@ -55,8 +54,8 @@ struct Material {
   std::string text() const {
     std::string b = bytes();
     BisFileIO io;
-    io.io_SetErrCallBack(keep_message);
-    kept_messages().clear();
+    io.io_SetErrCallBack(capture_msg);
+    g_msgs.clear();
     GenString t;
     auto const* p = reinterpret_cast<uint8_t const*>(b.data());
     odol_material_text(t, "m.rvmat", p, p + b.size(), io);
@@ -88,7 +87,7 @@ TEST(OdolText, MaterialStagesFiltersAndFlags) {
   EXPECT_NE(t.find("class stage2\r\n{\r\n\ttexture=\"s.paa\";\r\n\tFilter=Point;\r\n"), std::string::npos) << t;
   EXPECT_NE(t.find("class stageTI\r\n{\r\n\ttexture=\"ti.paa\";\r\n};\r\n"), std::string::npos) << t;
   EXPECT_NE(t.find("//};end class m.rvmat\r\n"), std::string::npos);
-  EXPECT_EQ(kept_messages(), "m.rvmat: Unknown Render flag=0x00004000\r\n");
+  EXPECT_EQ(g_msgs, "m.rvmat: Unknown Render flag=0x00004000\r\n");
 }
 
 TEST(OdolText, OddMaterialValuesAreReported) {
@@ -114,7 +113,7 @@ TEST(OdolText, OddMaterialValuesAreReported) {
     m.stages = super_stages();
     c.change(m);
     std::string t = m.text();
-    EXPECT_EQ(kept_messages(), c.warning) << c.what;
+    EXPECT_EQ(g_msgs, c.warning) << c.what;
     EXPECT_NE(t.find("//};end class m.rvmat\r\n"), std::string::npos) << c.what;
   }
   Material bad;
@@ -128,9 +127,9 @@ TEST(OdolText, AnimationClasses) {
     std::string s;
     for (size_t i = 0; i < words.size(); ++i) {
       if (i == address_at)
-        put(s, static_cast<uint32_t>(words[i]));
+        put32(s, static_cast<uint32_t>(words[i]));
       else
-        put(s, words[i]);
+        putf(s, words[i]);
     }
     return s;
   };
