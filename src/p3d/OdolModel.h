@@ -191,6 +191,7 @@ class OdolModel {
   OdolBytes _since(uint8_t const* mark) const;
   uint32_t _face_size_word(OdolLod const& lod) const;
   void _put(BisFileIO& out, CompressedStruct const& a, bool fill = false) const;
+  void _write_faces_to_colours(BisFileIO& out, OdolLod const& lod) const;
   void _write_lod(BisFileIO& out, OdolLod const& lod) const;
   void _write_lod_v7(BisFileIO& out, OdolLod const& lod) const;
   void _write_vertex_tables(BisFileIO& out, OdolLod const& lod) const;

@@ -148,20 +148,26 @@ void OdolModel::_write_lod(BisFileIO& out, OdolLod const& lod) const {
     put_text(out, lod.materials[i]);
     out.io_WriteBlock(lod.material_data[i], lod.material_sizes[i]);
   }
+  _write_faces_to_colours(out, lod);
+  out.io_WriteByte(lod.one_bone);
+  _write_vertex_tables(out, lod);
+  put_bytes(out, lod.lod_end);
+}
+
+// Both generations store a LOD's middle alike: the point and vertex maps, the faces, sections,
+// selections, properties, frames and colours; only the later one marks its faces with a zero word.
+void OdolModel::_write_faces_to_colours(BisFileIO& out, OdolLod const& lod) const {
   _put(out, lod.point_to_vertex);
   _put(out, lod.vertex_to_point);
   out.io_WriteUlong(lod.nFaces);
   out.io_WriteUlong(static_cast<uint32_t>(_face_size_word(lod) + lod.face_size_slack));
-  out.io_WriteUshort(0);
+  if (_version != 7) out.io_WriteUshort(0);
   if (lod.face_bytes) out.io_WriteBlock(lod.faces, lod.face_bytes);
   _write_sections(out, lod);
   _write_selections(out, lod);
   put_properties(out, lod);
   put_bytes(out, lod.frames);
   put_bytes(out, lod.colours);
-  out.io_WriteByte(lod.one_bone);
-  _write_vertex_tables(out, lod);
-  put_bytes(out, lod.lod_end);
 }
 
 void OdolModel::_write_sections(BisFileIO& out, OdolLod const& lod) const {
@@ -227,16 +233,7 @@ void OdolModel::_write_lod_v7(BisFileIO& out, OdolLod const& lod) const {
   put_bytes(out, lod.hints);
   put_count(out, lod.textures.size());
   for (std::string_view t : lod.textures) put_text(out, t);
-  _put(out, lod.point_to_vertex);
-  _put(out, lod.vertex_to_point);
-  out.io_WriteUlong(lod.nFaces);
-  out.io_WriteUlong(static_cast<uint32_t>(_face_size_word(lod) + lod.face_size_slack));
-  if (lod.face_bytes) out.io_WriteBlock(lod.faces, lod.face_bytes);
-  _write_sections(out, lod);
-  _write_selections(out, lod);
-  put_properties(out, lod);
-  put_bytes(out, lod.frames);
-  put_bytes(out, lod.colours);
+  _write_faces_to_colours(out, lod);
   put_count(out, lod.proxies.size());
   for (OdolProxy const& p : lod.proxies) put_proxy(out, p);
 }
