@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
+#include "TextOut.h"
 #include "core/BisCallback.h"
 
 namespace {
@@ -24,9 +25,12 @@ bool vprint(FILE* f, char const* format, va_list ap) {
     text = heap;
   }
   va_end(ap2);
-  for (char* p = text; *p; ++p)
-    if (!(p[0] == '\r' && p[1] == '\n')) std::fputc(*p, f);
+  // Names from the files reach the terminal as text, whatever code page they were written in.
+  std::string shown = text_for_display(text);
   delete[] heap;
+  char const* p = shown.c_str();
+  for (; *p; ++p)
+    if (!(p[0] == '\r' && p[1] == '\n')) std::fputc(*p, f);
   return true;
 }
 }  // namespace
@@ -63,7 +67,7 @@ void ProgressBar::update(uint64_t done, uint64_t total, char const* label) {
   std::memset(bar, '#', static_cast<size_t>(filled));
   std::memset(bar + filled, '.', static_cast<size_t>(30 - filled));
   bar[30] = 0;
-  std::fprintf(stderr, "\r[%s] %3d%% %-40.40s", bar, percent, label ? label : "");
+  std::fprintf(stderr, "\r[%s] %3d%% %-40.40s", bar, percent, text_for_display(label ? label : "").c_str());
   std::fflush(stderr);
   _drawn = true;
 }

@@ -10,6 +10,7 @@
 
 #include "CliSupport.h"
 #include "Command.h"
+#include "TextOut.h"
 #include "Console.h"
 #include "config/Kaltor.h"
 #include "core/BisDLL.h"
@@ -145,9 +146,9 @@ int run_config_info(std::string const& path, bool json) {
       j["dialect"] = dialect;
       j["size"] = bytes.size();
       j["text_size"] = k->drp_GetTextSize();
-      std::printf("%s\n", j.dump(2).c_str());
+      cli_print_stdout("%s\n", json_text(j).c_str());
     } else {
-      std::printf("%s: binarised config, %s dialect, %zu bytes (%llu bytes of text)\n", path.c_str(), dialect,
+      cli_print_stdout("%s: binarised config, %s dialect, %zu bytes (%llu bytes of text)\n", path.c_str(), dialect,
                   bytes.size(), static_cast<unsigned long long>(k->drp_GetTextSize()));
     }
     return 0;

@@ -10,6 +10,7 @@
 
 #include "CliSupport.h"
 #include "Command.h"
+#include "TextOut.h"
 #include "Console.h"
 #include "PboCommon.h"
 #include "core/BisDLL.h"
@@ -70,9 +71,21 @@ void progress_hook(void*, uint64_t done, uint64_t total, char const* entry) {
   }
 }
 
-std::string join(std::vector<std::string> const& items) {
+// The comma lists joined into one; a name typed in UTF-8 also stands in the form an older archive
+// stores it in (Windows-1252), so that either matches.
+std::string join(std::vector<std::string> const& lists) {
   std::string all;
-  for (auto const& i : items) all += (all.empty() ? "" : ",") + i;
+  for (auto const& list : lists) {
+    size_t at = 0;
+    while (at <= list.size()) {
+      size_t comma = list.find(',', at);
+      std::string item = list.substr(at, comma == std::string::npos ? std::string::npos : comma - at);
+      at = comma == std::string::npos ? list.size() + 1 : comma + 1;
+      all += (all.empty() ? "" : ",") + item;
+      std::string stored;
+      if (text_to_1252(item, stored)) all += "," + stored;
+    }
+  }
   return all;
 }
 

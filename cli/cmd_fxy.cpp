@@ -9,6 +9,7 @@
 
 #include "CliSupport.h"
 #include "Command.h"
+#include "TextOut.h"
 #include "Console.h"
 #include "core/BisDLL.h"
 #include "font/Glyvard.h"
@@ -36,12 +37,12 @@ int run_fxy(std::string const& path, bool json) {
   if (json) {
     nlohmann::json records = nlohmann::json::array();
     for (unsigned long i = 0; i < g->fxy_GetCount(); ++i) records.push_back(fields(*g, i));
-    cli_print_stdout("%s\n", nlohmann::json{{"file", path},
+    cli_print_stdout("%s\n", json_text(nlohmann::json{{"file", path},
                                             {"form", form},
                                             {"record_size", g->fxy_GetRecordSize()},
                                             {"count", g->fxy_GetCount()},
-                                            {"records", records}}
-                                 .dump(1)
+                                            {"records", records}},
+                                       1)
                                  .c_str());
     return 0;
   }

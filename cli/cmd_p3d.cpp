@@ -15,6 +15,7 @@
 
 #include "CliSupport.h"
 #include "Command.h"
+#include "TextOut.h"
 #include "Console.h"
 #include "core/BisDLL.h"
 #include "core/BisMessage.h"
@@ -84,7 +85,7 @@ int run_info(std::string const& file, bool json) {
                            {"named_selections", m->p3d_get_nNamedSelections(lod)},
                            {"properties", m->p3d_get_nProperties(lod)}});
     }
-    cli_print_stdout("%s\n", j.dump(2).c_str());
+    cli_print_stdout("%s\n", json_text(j).c_str());
     return 0;
   }
   OdolModel const* odol = m->p3d_GetOdol();
@@ -134,7 +135,7 @@ int run_props(P3dOptions const& o) {
   if (o.json) {
     nlohmann::json j = nlohmann::json::object();
     for (TokenPair* p = props.GetFirstPair(); p; p = p->GetNext()) j[p->name()] = p->value();
-    cli_print_stdout("%s\n", j.dump(2).c_str());
+    cli_print_stdout("%s\n", json_text(j).c_str());
     return 0;
   }
   for (TokenPair* p = props.GetFirstPair(); p; p = p->GetNext()) cli_print_stdout("%s=%s\n", p->name(), p->value());

@@ -10,6 +10,7 @@
 
 #include "CliSupport.h"
 #include "Command.h"
+#include "TextOut.h"
 #include "Console.h"
 #include "core/BisDLL.h"
 #include "texture/Lorvix.h"
@@ -75,7 +76,7 @@ int run_info(std::string const& path, bool json) {
   Lorvix* t = texture_tool(dll);
   int r = t->pax_Open(path.c_str(), json ? cli_print_nothing : cli_print_stdout);
   if (r) return failed(path, r);
-  if (json) cli_print_stdout("%s\n", as_json(*t, path).dump(2).c_str());
+  if (json) cli_print_stdout("%s\n", json_text(as_json(*t, path)).c_str());
   return 0;
 }
 

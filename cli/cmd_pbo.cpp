@@ -13,6 +13,7 @@
 #include "CliSupport.h"
 #include "PboCommon.h"
 #include "Command.h"
+#include "TextOut.h"
 #include "Console.h"
 #include "core/BisDLL.h"
 #include "core/BisMessage.h"
@@ -151,11 +152,11 @@ void print_entry_line(pbo_entry const& e) {
   if (!ctime_r(&t, when)) when[0] = 0;
   when[std::strcspn(when, "\n")] = 0;
   if (e.pbe_iscompressed())
-    std::printf("%s:%s: size %llu (compressed or encrypted size=%llu)\n", e.pbe_GetFilename(), when,
+    cli_print_stdout("%s:%s: size %llu (compressed or encrypted size=%llu)\n", e.pbe_GetFilename(), when,
                 static_cast<unsigned long long>(e.pbe_GetOriginalSize()),
                 static_cast<unsigned long long>(e.pbe_GetStoredDataSize()));
   else
-    std::printf("%s:%s: size %llu\n", e.pbe_GetFilename(), when,
+    cli_print_stdout("%s:%s: size %llu\n", e.pbe_GetFilename(), when,
                 static_cast<unsigned long long>(e.pbe_GetStoredDataSize()));
 }
 
@@ -167,7 +168,7 @@ int run_info(std::string const& archive, bool json) {
   int r = tool->pbo_Open(archive.c_str(), json ? hidden_message : cli_print_stdout, 0);
   if (r == 0 || r == PBO_CORRUPTED_SHA) {
     if (json)
-      std::printf("%s\n", archive_json(*tool, archive, r).dump(2).c_str());
+      cli_print_stdout("%s\n", json_text(archive_json(*tool, archive, r)).c_str());
     else
       tool->pbo_ReportStrangeValues();
   }
@@ -204,11 +205,11 @@ CommandRegistrar list_command({"list", "List the files of an archive", [](CLI::A
     int r = tool->pbo_Open(o->archive.c_str(), hidden_message, Vendrak::OPEN_NO_REPORT);
     if (r == 0 || r == PBO_CORRUPTED_SHA) {
       if (o->json) {
-        std::printf("%s\n", archive_json(*tool, o->archive, r).dump(2).c_str());
+        cli_print_stdout("%s\n", json_text(archive_json(*tool, o->archive, r)).c_str());
       } else {
         for (pbo_entry* e = tool->pbo_GetFirstEntry(); e; e = e->GetNext()) {
           if (o->names)
-            std::printf("%s\n", e->pbe_GetFilename());
+            cli_print_stdout("%s\n", e->pbe_GetFilename());
           else
             print_entry_line(*e);
         }
@@ -225,17 +226,20 @@ CommandRegistrar cat_command({"cat", "Write one entry of an archive to standard 
   };
   auto o = std::make_shared<Options>();
   sub.add_option("ARCHIVE", o->archive, "The archive (.pbo, .ifa or .xbo)")->required();
-  sub.add_option("ENTRY", o->entry, "The entry's name as `list --names` prints it")->required();
+  sub.add_option("ENTRY", o->entry, "The entry's whole path as `list --names` prints it (either slash, any case)")->required();
   return std::function<int()>([o] {
     if (int r = check_archive(o->archive)) return r;
     BisDLL dll;
     Vendrak* tool = archive_tool(dll);
     int r = tool->pbo_Open(o->archive.c_str(), hidden_message, Vendrak::OPEN_NO_REPORT);
     if (r != 0 && r != PBO_CORRUPTED_SHA) return finish_archive(r, o->archive);
-    pbo_entry* e = tool->pbo_FindEntry(o->entry.c_str());
+    // The whole path, as typed or, for a name typed in UTF-8, as an older archive stores it.
+    pbo_entry* e = tool->pbo_FindEntryPath(o->entry.c_str());
+    std::string stored;
+    if (!e && text_to_1252(o->entry, stored)) e = tool->pbo_FindEntryPath(stored.c_str());
     if (!e) {
       tool->ClosePbo();
-      cli_error(o->archive, "no entry named '" + o->entry + "' (" + std::to_string(PBO_NOTHING_TO_EXTRACT) + ")");
+      cli_error(o->archive, "no entry '" + o->entry + "' in the archive (" + std::to_string(PBO_NOTHING_TO_EXTRACT) + ")");
       return static_cast<int>(PBO_NOTHING_TO_EXTRACT);
     }
     int size = 0;

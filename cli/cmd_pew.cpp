@@ -10,6 +10,7 @@
 
 #include "CliSupport.h"
 #include "Command.h"
+#include "TextOut.h"
 #include "Console.h"
 #include "config/Sembric.h"
 #include "core/BisDLL.h"
@@ -67,16 +68,16 @@ int run_info(std::string const& path, bool json) {
     j["layer_list"] = layers;
     for (Count const& c : counts(g)) j[c.name] = c.n;
     j["warnings"] = g.pew_Warnings();
-    std::printf("%s\n", j.dump(2).c_str());
+    cli_print_stdout("%s\n", json_text(j).c_str());
     return 0;
   }
-  std::printf("%s: terrain-editor project\n", path.c_str());
+  cli_print_stdout("%s: terrain-editor project\n", path.c_str());
   std::fflush(stdout);
   g.pew_GetIO()->io_SetStdioCallBack(cli_print_stdout);
   g.pew_show_header();
   g.pew_show_tail();
-  for (Count const& c : counts(g)) std::printf("%-18s %zu\n", c.name, c.n);
-  if (g.pew_Warnings()) std::printf("%-18s %u\n", "warnings", g.pew_Warnings());
+  for (Count const& c : counts(g)) cli_print_stdout("%-18s %zu\n", c.name, c.n);
+  if (g.pew_Warnings()) cli_print_stdout("%-18s %u\n", "warnings", g.pew_Warnings());
   return 0;
 }
 

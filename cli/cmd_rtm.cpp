@@ -10,6 +10,7 @@
 
 #include "CliSupport.h"
 #include "Command.h"
+#include "TextOut.h"
 #include "Console.h"
 #include "anim/KinterNew.h"
 #include "core/BisDLL.h"
@@ -67,22 +68,22 @@ int run_info(RtmOptions const& o) {
     }
     auto& sl = j["sounds"] = nlohmann::ordered_json::array();
     for (unsigned s = 0; s < sounds; ++s) sl.push_back({{"name", k->rtm_GetSoundName(s)}, {"time", k->rtm_GetSoundTime(s)}});
-    std::printf("%s\n", j.dump(2).c_str());
+    cli_print_stdout("%s\n", json_text(j).c_str());
     return 0;
   }
-  std::printf("%s: RTM %s, %u frames, %u bones, %u sounds\n", o.in.c_str(), KinterNew::rtm_KindStr(k->rtm_GetKind()),
+  cli_print_stdout("%s: RTM %s, %u frames, %u bones, %u sounds\n", o.in.c_str(), KinterNew::rtm_KindStr(k->rtm_GetKind()),
               frames, bones, sounds);
-  std::printf("displacement: %g %g %g\n", d->x, d->y, d->z);
-  if (frames) std::printf("frame times: %g to %g\n", k->rtm_GetFrameTime(0), k->rtm_GetFrameTime(frames - 1));
-  if (k->rtm_HasSkeleton()) std::printf("skeleton: %s\n", k->rtm_GetSkeletonName());
+  cli_print_stdout("displacement: %g %g %g\n", d->x, d->y, d->z);
+  if (frames) cli_print_stdout("frame times: %g to %g\n", k->rtm_GetFrameTime(0), k->rtm_GetFrameTime(frames - 1));
+  if (k->rtm_HasSkeleton()) cli_print_stdout("skeleton: %s\n", k->rtm_GetSkeletonName());
   for (unsigned b = 0; b < bones; ++b) {
     char const* parent = k->rtm_GetBoneParentName(b);
     if (k->rtm_HasSkeleton() && *parent)
-      std::printf("  bone %u %s (parent %s)\n", b, k->rtm_GetBoneName(b), parent);
+      cli_print_stdout("  bone %u %s (parent %s)\n", b, k->rtm_GetBoneName(b), parent);
     else
-      std::printf("  bone %u %s\n", b, k->rtm_GetBoneName(b));
+      cli_print_stdout("  bone %u %s\n", b, k->rtm_GetBoneName(b));
   }
-  for (unsigned s = 0; s < sounds; ++s) std::printf("  sound %s at %g\n", k->rtm_GetSoundName(s), k->rtm_GetSoundTime(s));
+  for (unsigned s = 0; s < sounds; ++s) cli_print_stdout("  sound %s at %g\n", k->rtm_GetSoundName(s), k->rtm_GetSoundTime(s));
   return 0;
 }
 
@@ -116,7 +117,7 @@ int run_pose(RtmOptions const& o) {
     j["time"] = k->rtm_GetFrameTime(f);
     j["bones"] = nlohmann::ordered_json::array();
   } else {
-    std::printf("frame %u at %g\n", f, k->rtm_GetFrameTime(f));
+    cli_print_stdout("frame %u at %g\n", f, k->rtm_GetFrameTime(f));
   }
   for (unsigned b = 0; b < k->rtm_GetBoneCount(); ++b) {
     XYZTransform const& t = *k->rtm_GetTransform(f, b);
@@ -124,11 +125,11 @@ int run_pose(RtmOptions const& o) {
       j["bones"].push_back({{"name", k->rtm_GetBoneName(b)}, {"transform", transform_json(t)}});
       continue;
     }
-    std::printf("%-24s %9.6f %9.6f %9.6f  %9.6f %9.6f %9.6f  %9.6f %9.6f %9.6f  %9.6f %9.6f %9.6f\n",
+    cli_print_stdout("%-24s %9.6f %9.6f %9.6f  %9.6f %9.6f %9.6f  %9.6f %9.6f %9.6f  %9.6f %9.6f %9.6f\n",
                 k->rtm_GetBoneName(b), t.aside.x, t.aside.y, t.aside.z, t.up.x, t.up.y, t.up.z, t.dir.x, t.dir.y,
                 t.dir.z, t.pos.x, t.pos.y, t.pos.z);
   }
-  if (o.json) std::printf("%s\n", j.dump(2).c_str());
+  if (o.json) cli_print_stdout("%s\n", json_text(j).c_str());
   return 0;
 }
 

@@ -12,6 +12,7 @@
 
 #include "CliSupport.h"
 #include "Command.h"
+#include "TextOut.h"
 #include "Console.h"
 #include "core/BisDLL.h"
 #include "io/BisFileIO.h"
@@ -73,7 +74,7 @@ int run_info(std::string const& file, bool json) {
   j["pcm_bytes"] = tool->wss_GetDataSize();
   j["stored_bytes"] = tool->wss_GetStoredSize();
   j["size"] = tool->wss_GetFileSize();
-  std::printf("%s\n", j.dump(2).c_str());
+  cli_print_stdout("%s\n", json_text(j).c_str());
   return 0;
 }
 

@@ -8,6 +8,7 @@
 
 #include "CliSupport.h"
 #include "Command.h"
+#include "TextOut.h"
 #include "Console.h"
 #include "core/BisDLL.h"
 #include "texture/Hollin.h"
@@ -49,7 +50,7 @@ int run_texheaders(std::string const& path, bool json) {
       cli_print_stdout("%s  %s  %u\n", e->path, type_name(e->th_Type()), e->mipmap_count);
     }
   }
-  if (json) cli_print_stdout("%s\n", nlohmann::json{{"file", path}, {"textures", list}}.dump(2).c_str());
+  if (json) cli_print_stdout("%s\n", json_text(nlohmann::json{{"file", path}, {"textures", list}}).c_str());
   return 0;
 }
 

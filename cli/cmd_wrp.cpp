@@ -11,6 +11,7 @@
 
 #include "CliSupport.h"
 #include "Command.h"
+#include "TextOut.h"
 #include "Console.h"
 #include "anim/BisTransform.h"
 #include "core/BisDLL.h"
@@ -61,24 +62,24 @@ int run_info(std::string const& path, bool json) {
   if (int r = open_terrain(dll, path, false)) return r;
   Tessak const& t = *dll.dll_GetTessak();
   if (json) {
-    std::printf("%s\n", info_json(t, path).dump(2).c_str());
+    cli_print_stdout("%s\n", json_text(info_json(t, path)).c_str());
     return 0;
   }
-  std::printf("%s: WRP terrain %s%s\n", path.c_str(), kind_name(t).c_str(),
+  cli_print_stdout("%s: WRP terrain %s%s\n", path.c_str(), kind_name(t).c_str(),
               t.wrp_Kind() == Tessak::KIND_OPRW ? " (binarised)" : " (editable)");
-  std::printf("layer size:  %u x %u\n", t.wrp_LayerSize().x, t.wrp_LayerSize().y);
-  std::printf("map size:    %u x %u\n", t.wrp_MapSize().x, t.wrp_MapSize().y);
-  std::printf("grid size:   %g m (terrain %g m across)\n", double(t.wrp_GridSize()),
+  cli_print_stdout("layer size:  %u x %u\n", t.wrp_LayerSize().x, t.wrp_LayerSize().y);
+  cli_print_stdout("map size:    %u x %u\n", t.wrp_MapSize().x, t.wrp_MapSize().y);
+  cli_print_stdout("grid size:   %g m (terrain %g m across)\n", double(t.wrp_GridSize()),
               double(t.wrp_GridSize()) * t.wrp_LayerSize().x);
-  std::printf("textures:    %zu\n", t.wrp_Textures().size());
-  std::printf("models:      %zu\n", t.wrp_Templates().size());
-  std::printf("objects:     %zu\n", t.wrp_Objects().size());
+  cli_print_stdout("textures:    %zu\n", t.wrp_Textures().size());
+  cli_print_stdout("models:      %zu\n", t.wrp_Templates().size());
+  cli_print_stdout("objects:     %zu\n", t.wrp_Objects().size());
   if (t.wrp_Kind() == Tessak::KIND_OPRW) {
-    std::printf("land models: %zu\n", t.wrp_LandModels().size());
-    std::printf("roads:       %zu\n", t.wrp_Roads().size());
-    std::printf("map infos:   %zu\n", t.wrp_MapInfos().size());
+    cli_print_stdout("land models: %zu\n", t.wrp_LandModels().size());
+    cli_print_stdout("roads:       %zu\n", t.wrp_Roads().size());
+    cli_print_stdout("map infos:   %zu\n", t.wrp_MapInfos().size());
   }
-  if (t.wrp_Warnings()) std::printf("warnings:    %u\n", t.wrp_Warnings());
+  if (t.wrp_Warnings()) cli_print_stdout("warnings:    %u\n", t.wrp_Warnings());
   return 0;
 }
 

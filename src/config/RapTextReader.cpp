@@ -66,6 +66,12 @@ int RapTextReader::rt_OpenFile(char const* file) {
 
 int RapTextReader::rt_OpenText(char const* text, size_t size, char const* name) {
   rt_Reset();
+  // Editors that save UTF-8 may put a byte-order mark first; the game reads past it, as it does
+  // in included files.
+  if (size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0) {
+    text += 3;
+    size -= 3;
+  }
   Source s;
   s.buf = std::make_unique<char[]>(size + 1);
   if (size) std::memcpy(s.buf.get(), text, size);

@@ -3,6 +3,8 @@
 
 #include <openssl/evp.h>
 
+#include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
@@ -527,6 +529,23 @@ pbo_entry* Vendrak::pbo_FindEntry(char const* name) {
   std::string want(wanted.fs_GetFilenameAndExt());
   for (pbo_entry* e = pbo_GetFirstEntry(); e; e = e->GetNext())
     if (strcasecmp(e->pbe_GetFilenameAndExtOnly(), want.c_str()) == 0) return e;
+  return nullptr;
+}
+
+pbo_entry* Vendrak::pbo_FindEntryPath(char const* path) {
+  if (!path) return nullptr;
+  // Entry names are stored with backslashes; users type either slash, and the game ignores case.
+  auto same = [](char a, char b) {
+    if (a == '/') a = '\\';
+    if (b == '/') b = '\\';
+    return std::tolower(static_cast<unsigned char>(a)) == std::tolower(static_cast<unsigned char>(b));
+  };
+  while (*path == '/' || *path == '\\') ++path;
+  size_t length = std::strlen(path);
+  for (pbo_entry* e = pbo_GetFirstEntry(); e; e = e->GetNext()) {
+    char const* name = e->pbe_GetFilename();
+    if (std::strlen(name) == length && std::equal(path, path + length, name, same)) return e;
+  }
   return nullptr;
 }
 

@@ -58,6 +58,8 @@ class Vendrak : public Chains {
   // ---- reading ------------------------------------------------------------
   int pbo_Open(char const* name, BisCallback callback, int flags);
   pbo_entry* pbo_FindEntry(char const* name);
+  // The entry whose whole path is `path` (either slash, any case); null when none is.
+  pbo_entry* pbo_FindEntryPath(char const* path);
   uint8_t const* pbo_ReadEntryData(pbo_entry* entry, int* size, unsigned int flags);
   void pbo_FreeData(pbo_entry* entry);
   void ClosePbo();

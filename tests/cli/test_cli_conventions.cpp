@@ -28,6 +28,8 @@ TEST(CliConventions, UsageErrorsExit64WithOneLineHint) {
       {{"list"}, "ARCHIVE is required"},
       {{"list", "--bogus", kArchive}, "--bogus"},
       {{"cfg", "decode", kConfig, "--xbox-key", "abc"}, "32 hex digits"},
+      {{"p3d", "nosuchcommand", "--help"}, "unknown command 'p3d nosuchcommand'"},
+      {{"p3d", "inf", "--help"}, "did you mean 'p3d info'?"},
   };
   for (auto const& c : cases) {
     Result r = run(c.args, s.path);
@@ -57,7 +59,7 @@ TEST(CliConventions, ErrorsNameThePathAndTheReason) {
       {{"cfg", "decode", (s / "junk.bin").string()}, 100, "junk.bin: not a binarised config"},
       {{"cfg", "decode", (s / "missing.bin").string()}, 1, "missing.bin: No such file or directory"},
       {{"info", (s / "junk.bin").string()}, 3, "junk.bin: not a file this tool knows"},
-      {{"cat", kArchive, "nothing.txt"}, 27, "no entry named 'nothing.txt'"},
+      {{"cat", kArchive, "nothing.txt"}, 27, "no entry 'nothing.txt' in the archive"},
       {{"cfg", "decode", kConfig, "-o", (s / "no/such/folder/x.cpp").string()}, 6, "x.cpp: No such file or directory"},
   };
   for (auto const& c : cases) {

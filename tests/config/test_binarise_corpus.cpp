@@ -1,5 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <fstream>
+#include <iterator>
+
 #include "DecodeHelpers.h"
 #include "config/Sembric.h"
 #include "core/BisDLL.h"
@@ -66,7 +69,8 @@ TEST(BinariseCorpus, RealSourcesBinariseAndDecodeToTheirTree) {
   sources.push_back({tzk / "TZK_Config_4_0_6" / "config.cpp", {tzk}});
   // The OFP mission includes a header of a mod that the corpus does not hold.
   for (auto const& e : fs::directory_iterator(text))
-    if (e.is_regular_file() && e.path().extension() != ".skeleton" && e.path().filename() != "tzk_ofp_mission.sqm")
+    if (e.is_regular_file() && e.path().extension() != ".skeleton" && e.path().extension() != ".hpp" &&
+        e.path().filename() != "tzk_ofp_mission.sqm")
       sources.push_back({e.path(), {}});
   for (auto const& e : fs::directory_iterator(corpus() / "addon-src"))
     if (fs::exists(e.path() / "model.cfg")) sources.push_back({e.path() / "model.cfg", {}});
@@ -86,5 +90,26 @@ TEST(BinariseCorpus, RealSourcesBinariseAndDecodeToTheirTree) {
       expect_same_tree(s->rap_get_first(), back.rpe_get_first_child(), file.filename().string());
     }
   }
+}
+
+// A released header that starts with a UTF-8 byte-order mark, as the top of the text: the mark is
+// read past, as the game does. The header relies on its addon's macros and on two classes of the
+// config that includes it, given after the mark.
+TEST(BinariseCorpus, AByteOrderMarkAtTheTopIsReadPast) {
+  fs::path file = corpus() / "cfgtext" / "cba_menu_popup_bom.hpp";
+  fs::path cba = corpus() / "cfgtext" / "cba_a3_tree";
+  if (!fs::exists(file)) GTEST_SKIP() << "no corpus at " << corpus();
+  std::ifstream in(file, std::ios::binary);
+  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+  ASSERT_EQ(text.compare(0, 3, "\xEF\xBB\xBF"), 0);
+  text.insert(3, "#include \"\\x\\cba\\addons\\ui\\script_component.hpp\"\r\nclass _flexiMenu_RscShortcutButton;\r\nclass rscText;\r\n");
+  BisDLL dll;
+  Sembric* s = dll.dll_GetRap();
+  s->rap_AddIncludeFolder(cba.c_str());
+  s->rap_AddIncludeFolder((cba / "include").c_str());
+  g_msgs.clear();
+  s->rap_GetIO()->io_SetErrCallBack(capture_msg);
+  ASSERT_EQ(s->rap_Create(file.c_str(), 0, nullptr, text.data(), unsigned(text.size())), 0) << g_msgs;
+  EXPECT_NE(s->rap_get_class("CBA_flexiMenu_rscPopup"), nullptr);
 }
 }  // namespace
