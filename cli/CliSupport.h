@@ -71,5 +71,9 @@ struct InfoRegistrar {
   explicit InfoRegistrar(InfoHandler handler) { info_handlers().push_back(std::move(handler)); }
 };
 
+// Signs an archive the tool has just made with the private key in `key_file`: writes
+// ARCHIVE.<authority>.bisign beside it. 0, or the signing tool's code with the reason printed.
+int cli_sign_archive(std::string const& key_file, std::string const& archive, unsigned version, bool force);
+
 // The closest of `candidates` to `word` when it is a plausible typo (for "did you mean").
 std::string cli_closest(std::string const& word, std::vector<std::string> const& candidates);

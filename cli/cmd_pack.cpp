@@ -21,7 +21,7 @@
 
 namespace {
 struct PackOptions {
-  std::string folder, out, prefix, style = "arma", exclude, no_compress;
+  std::string folder, out, prefix, style = "arma", exclude, no_compress, sign_key;
   std::vector<std::string> includes;
   bool compress = false, binarise = false, accept_mlod = false, reproducible = false, strict = false, quiet = false,
        force = false;
@@ -105,6 +105,7 @@ int run_pack(PackOptions const& o) {
     return r;
   }
   if (bar_shown && !o.quiet) cli_print_stdout("%s\n", tool->pbo_GetMadeName());
+  if (!o.sign_key.empty()) return cli_sign_archive(o.sign_key, tool->pbo_GetMadeName(), 3, true);
   return 0;
 }
 
@@ -133,6 +134,7 @@ CommandRegistrar pack_command(
        sub.add_option("--exclude", o->exclude,
                       "Comma list of files to leave out, replacing the default list; \"none\" keeps every file");
        sub.add_option("--no-compress", o->no_compress, "Comma list of files stored without compression");
+       sub.add_option("--sign", o->sign_key, "Sign the archive with this private key (.biprivatekey), version 3");
        sub.add_flag("--warnings-as-errors", o->strict, "Fail on warnings");
        sub.add_flag("-q,--quiet", o->quiet, "No report and no progress; errors still go to standard error");
        sub.add_flag("-f,--force", o->force, "Replace an existing archive");

@@ -13,6 +13,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <map>
 #include <mutex>
 #include <set>
@@ -25,6 +26,7 @@
 #include "core/BisDLL.h"
 #include "core/BisMessage.h"
 #include "core/GuardedCall.h"
+#include "pbo/ArchiveSigner.h"
 #include "pbo/Vendrak.h"
 
 namespace fs = std::filesystem;
@@ -414,7 +416,63 @@ int ModBuild::_finish_mod(Run& run, std::vector<std::string> const& include_glob
   return 0;
 }
 
-int ModBuild::_sign_mod(Run&) {
-  _io.io_callbackerr("%s: %s\n", _mod_folder.c_str(), ErrorString(BUILD_SIGNING_FAILED));
-  return BUILD_SIGNING_FAILED;
+namespace {
+
+bool read_all(std::string const& path, std::vector<uint8_t>& out) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return false;
+  out.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+  return !in.bad();
+}
+
+// Written through a temporary file beside the target, and only when the bytes differ.
+bool write_if_changed(fs::path const& target, std::vector<uint8_t> const& bytes) {
+  std::vector<uint8_t> old;
+  if (read_all(target.string(), old) && old == bytes) return true;
+  std::error_code ec;
+  fs::create_directories(target.parent_path(), ec);
+  fs::path temp = target.string() + ".tmp";
+  {
+    std::ofstream out(temp, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<char const*>(bytes.data()), std::streamsize(bytes.size()));
+    if (!out.flush()) return false;
+  }
+  fs::rename(temp, target, ec);
+  if (ec) fs::remove(temp, ec);
+  return !ec;
+}
+
+}  // namespace
+
+int ModBuild::_sign_mod(Run& run) {
+  std::vector<uint8_t> bytes;
+  ArchiveKey key;
+  int r = read_all(run.options.key, bytes) ? ArchiveSigner::parse_key(bytes.data(), bytes.size(), key) : SIGN_BAD_KEY;
+  if (r || !key.is_private()) {
+    _io.io_callbackerr("%s: %s\n", run.options.key.c_str(),
+                       r ? ArchiveSigner::ErrorString(r) : "a public key cannot sign; give the .biprivatekey");
+    return BUILD_SIGNING_FAILED;
+  }
+  fs::path public_key = fs::path(_mod_folder) / "keys" / (key.authority + ".bikey");
+  if (!write_if_changed(public_key, ArchiveSigner::key_bytes(key, false))) {
+    _io.io_callbackerr("%s: cannot be written\n", public_key.c_str());
+    return BUILD_CANNOT_WRITE;
+  }
+  // An archive that was rebuilt, or has no signature by this key yet, is signed; the signature of
+  // an unchanged archive by the same key would come out the same.
+  ArchiveSigner signer;
+  for (auto const& a : _addons) {
+    fs::path signature = a.archive + "." + key.authority + ".bisign";
+    if (a.outcome == Outcome::Failed || (a.outcome == Outcome::Skipped && fs::exists(signature))) continue;
+    ArchiveSignature sig;
+    if (int s = signer.sign(key, a.archive, 3, sig)) {
+      _io.io_callbackerr("%s: %s\n", a.archive.c_str(), ArchiveSigner::ErrorString(s));
+      return BUILD_SIGNING_FAILED;
+    }
+    if (!write_if_changed(signature, ArchiveSigner::signature_bytes(sig))) {
+      _io.io_callbackerr("%s: cannot be written\n", signature.c_str());
+      return BUILD_CANNOT_WRITE;
+    }
+  }
+  return 0;
 }

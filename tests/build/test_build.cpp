@@ -10,6 +10,7 @@
 #include "build/ModBuild.h"
 #include "core/BisDLL.h"
 #include "io/BisFileIO_test_util.h"
+#include "pbo/ArchiveSigner.h"
 #include "pbo/Vendrak.h"
 
 namespace fs = std::filesystem;
@@ -134,6 +135,32 @@ TEST(ModBuild, OnlyAddonsWhoseInputsChangedAreRebuilt) {
     EXPECT_EQ(b.outcomes["a"], s.a) << s.name;
     EXPECT_EQ(b.outcomes["b"], s.b) << s.name;
   }
+}
+
+TEST(ModBuild, AKeySignsEveryArchiveAndLandsInKeys) {
+  Project p(base_files());
+  ArchiveSigner signer;
+  ArchiveKey key;
+  ASSERT_EQ(signer.make_key("proj_test", 1024, key), 0);
+  auto private_key = ArchiveSigner::key_bytes(key, true);
+  p.write("private.biprivatekey", std::string(private_key.begin(), private_key.end()));
+  ModBuild::Options o;
+  o.key = (p.root / "private.biprivatekey").string();
+  Built b = run(p, o);
+  ASSERT_EQ(b.code, 0) << b.errors;
+  auto public_key = get_file((p.out() / "@Proj/keys/proj_test.bikey").string());
+  auto expected = ArchiveSigner::key_bytes(key, false);
+  EXPECT_EQ(public_key, std::string(expected.begin(), expected.end()));
+  for (char const* a : {"@Proj/addons/proj_a.pbo", "@Proj/addons/proj_b.pbo"}) {
+    std::string archive = (p.out() / a).string();
+    std::string bytes = get_file(archive + ".proj_test.bisign");
+    ArchiveSignature sig;
+    ASSERT_EQ(ArchiveSigner::parse_signature(reinterpret_cast<uint8_t const*>(bytes.data()), bytes.size(), sig), 0) << a;
+    EXPECT_EQ(signer.verify(key, archive, sig), 0) << a;
+  }
+  // A public key cannot sign: the build says so.
+  o.key = (p.out() / "@Proj/keys/proj_test.bikey").string();
+  EXPECT_EQ(run(p, o).code, BUILD_SIGNING_FAILED);
 }
 
 TEST(ModBuild, AFailingAddonKeepsItsOldArchiveAndTheOthersBuild) {
