@@ -75,5 +75,15 @@ struct InfoRegistrar {
 // ARCHIVE.<authority>.bisign beside it. 0, or the signing tool's code with the reason printed.
 int cli_sign_archive(std::string const& key_file, std::string const& archive, unsigned version, bool force);
 
+// Checks an archive's signature files against trusted keys as a server does: 0 when one of them
+// verifies; otherwise the signing tool's code, with the signature file in `signature` when one was
+// read. `keys` holds the parsed trusted keys.
+struct ArchiveKey;
+int cli_verify_archive(std::string const& archive, std::vector<ArchiveKey> const& keys, std::string& signature,
+                       std::string& authority, unsigned& version);
+// The trusted keys of --key files and a --keys folder; 0, or the reason printed and its code.
+int cli_read_trusted_keys(std::vector<std::string> const& files, std::string const& folder,
+                          std::vector<ArchiveKey>& keys);
+
 // The closest of `candidates` to `word` when it is a plausible typo (for "did you mean").
 std::string cli_closest(std::string const& word, std::vector<std::string> const& candidates);

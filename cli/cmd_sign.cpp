@@ -128,7 +128,7 @@ struct VerifyOptions {
 
 struct Verdict {
   std::string archive, signature, authority;
-  uint32_t version = 0;
+  unsigned version = 0;
   int code = 0;
 };
 
@@ -148,41 +148,41 @@ std::vector<std::string> signatures_of(std::string const& archive) {
   return found;
 }
 
-Verdict verify_one(ArchiveSigner& signer, std::string const& archive, std::vector<ArchiveKey> const& trusted) {
-  Verdict v{archive, {}, {}, 0, SIGN_NO_SIGNATURE};
+}  // namespace
+
+int cli_verify_archive(std::string const& archive, std::vector<ArchiveKey> const& trusted, std::string& signature,
+                       std::string& authority, unsigned& version) {
+  ArchiveSigner signer;
+  int code = SIGN_NO_SIGNATURE;
   for (auto const& path : signatures_of(archive)) {
     std::vector<unsigned char> bytes;
     ArchiveSignature sig;
-    v.signature = path;
+    signature = path;
     std::ifstream in(path, std::ios::binary);
     bytes.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
     if (int r = ArchiveSigner::parse_signature(bytes.data(), bytes.size(), sig)) {
-      v.code = r;
+      code = r;
       continue;
     }
-    v.authority = sig.key.authority;
-    v.version = sig.version;
-    v.code = SIGN_UNKNOWN_AUTHORITY;
+    authority = sig.key.authority;
+    version = sig.version;
+    code = SIGN_UNKNOWN_AUTHORITY;
     for (auto const& key : trusted)
-      if (key.authority == sig.key.authority) v.code = signer.verify(key, archive, sig);
-    if (v.code == 0) return v;
+      if (key.authority == sig.key.authority) code = signer.verify(key, archive, sig);
+    if (code == 0) return 0;
   }
-  return v;
+  return code;
 }
 
-int run_verify(VerifyOptions const& o) {
-  if (o.keys.empty() && o.key_dir.empty()) {
-    std::fprintf(stderr, "vendrak: verify needs the trusted keys: --key BIKEY or --keys DIR (see 'vendrak verify --help')\n");
-    return kExitUsage;
-  }
-  std::vector<ArchiveKey> trusted;
-  std::vector<std::string> key_files = o.keys;
-  if (!o.key_dir.empty()) {
+int cli_read_trusted_keys(std::vector<std::string> const& files, std::string const& folder,
+                          std::vector<ArchiveKey>& trusted) {
+  std::vector<std::string> key_files = files;
+  if (!folder.empty()) {
     std::error_code ec;
-    for (auto const& e : fs::directory_iterator(o.key_dir, ec))
+    for (auto const& e : fs::directory_iterator(folder, ec))
       if (e.path().extension() == ".bikey") key_files.push_back(e.path().string());
     if (ec) {
-      cli_error(o.key_dir, ec.message());
+      cli_error(folder, ec.message());
       return 3;
     }
   }
@@ -192,15 +192,26 @@ int run_verify(VerifyOptions const& o) {
     trusted.push_back(std::move(key));
   }
   if (trusted.empty()) {
-    cli_error(o.key_dir.empty() ? "--key" : o.key_dir, "no trusted key (.bikey) to verify with");
+    cli_error(folder.empty() ? "--key" : folder, "no trusted key (.bikey) to verify with");
     return SIGN_UNKNOWN_AUTHORITY;
   }
-  ArchiveSigner signer;
+  return 0;
+}
+
+namespace {
+
+int run_verify(VerifyOptions const& o) {
+  if (o.keys.empty() && o.key_dir.empty()) {
+    std::fprintf(stderr, "vendrak: verify needs the trusted keys: --key BIKEY or --keys DIR (see 'vendrak verify --help')\n");
+    return kExitUsage;
+  }
+  std::vector<ArchiveKey> trusted;
+  if (int r = cli_read_trusted_keys(o.keys, o.key_dir, trusted)) return r;
   nlohmann::ordered_json all = nlohmann::ordered_json::array();
   int worst = 0;
   for (auto const& archive : o.archives) {
-    Verdict v = cli_check_input(archive) ? Verdict{archive, {}, {}, 0, SIGN_NOT_AN_ARCHIVE}
-                                         : verify_one(signer, archive, trusted);
+    Verdict v{archive, {}, {}, 0, SIGN_NOT_AN_ARCHIVE};
+    if (!cli_check_input(archive)) v.code = cli_verify_archive(archive, trusted, v.signature, v.authority, v.version);
     if (v.code && !worst) worst = v.code;
     if (o.json) {
       all.push_back({{"archive", v.archive},
