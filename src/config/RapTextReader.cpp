@@ -38,7 +38,6 @@ void RapTextReader::rt_Reset() {
   _defs->def_Clear();
   _tok.clear();
   _kind = TK_NONE;
-  _gap.clear();
   _not_binarisable = false;
   _included.clear();
   _missing.clear();
@@ -106,19 +105,21 @@ int RapTextReader::rt_NextToken(int mode) {
   if (r) {
     _tok.clear();
     _kind = TK_NONE;
-    // The blanks that end the text, for a caller that writes the text out again.
-    if (r == kEof) _gap = m.cur.gap;
     return r;
   }
   _tok = m.cur.text;
   _kind = m.cur.kind;
-  _gap = m.cur.gap;
   return 0;
 }
 
+// The current token's own: at the end of the text, the blanks the text ends with.
+std::string const& RapTextReader::rt_Gap() const { return _m->cur.gap; }
+
+bool RapTextReader::rt_SpaceBefore() const { return !_m->cur.gap.empty(); }
+
 void RapTextReader::rt_UngetToken() {
   if (_kind == TK_NONE) return;
-  _m->pending.push_back({_tok, _kind, _gap});
+  _m->pending.push_back({_tok, _kind, _m->cur.gap});
 }
 
 char const* RapTextReader::rt_CurrentFile() const {
@@ -300,26 +301,47 @@ int RapTextReader::Impl::raw(Tok& t, Stack& st, int mode) {
       return kEof;
     }
     char c = *s.cur;
-    if (c == '\n') {
-      ++s.cur;
-      if (s.file) {
+    if (c == '\n' || blank(c)) {
+      // A run of blanks and line ends at once: indentation is most of a config's white space.
+      char const* b = s.cur;
+      bool eol = false, zero = false;
+      for (; s.cur < s.end; ++s.cur) {
+        char d = *s.cur;
+        if (d != '\n') {
+          if (!blank(d)) break;
+          zero = zero || !d;
+          continue;
+        }
+        if (!s.file) continue;
         if (r._echo && main && !skip_depth)
-          r._io.io_callback("%.*s\r\n", static_cast<int>(s.cur - 1 - s.line_begin), s.line_begin);
+          r._io.io_callback("%.*s\r\n", static_cast<int>(s.cur - s.line_begin), s.line_begin);
         ++s.line;
         s.line_start = true;
-        s.line_begin = s.cur;
+        s.line_begin = s.cur + 1;
         if ((mode & RT_EOL_TOKEN) && main && !skip_depth) {
-          t.kind = TK_EOL;
-          t.text.clear();
-          return 0;
+          eol = true;
+          break;
         }
       }
-      t.gap.push_back('\n');
-      continue;
-    }
-    if (blank(c)) {
-      ++s.cur;
-      if (!(main && skip_depth)) t.gap.push_back(c ? c : ' ');
+      size_t n = static_cast<size_t>(s.cur - b);
+      if (main && skip_depth) {
+        // A left-out block keeps only its line ends.
+        for (char const* p = b; (p = static_cast<char const*>(std::memchr(p, '\n', static_cast<size_t>(s.cur - p))));
+             ++p)
+          t.gap.push_back('\n');
+      } else {
+        size_t at = t.gap.size();
+        t.gap.append(b, n);
+        if (zero)  // a zero byte would end the value it lands in
+          for (size_t i = at; i < t.gap.size(); ++i)
+            if (!t.gap[i]) t.gap[i] = ' ';
+      }
+      if (eol) {
+        ++s.cur;
+        t.kind = TK_EOL;
+        t.text.clear();
+        return 0;
+      }
       continue;
     }
     if (c == '\\') {  // a slash at the end of a line joins the next one, indentation and all

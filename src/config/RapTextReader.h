@@ -81,10 +81,10 @@ class RapTextReader {
   TokenKind rt_TokenKind() const { return _kind; }
   // White space, a comment or a line end stood between the previous token and this one: unquoted
   // values such as \ca\data\x.paa or db-10 arrive as several tokens with no space between them.
-  bool rt_SpaceBefore() const { return !_gap.empty(); }
+  bool rt_SpaceBefore() const;
   // That white space as written (tabs, runs of blanks, line ends), comments and line-joining
   // backslashes taken out; a macro's own leading blanks follow the blanks before its name.
-  std::string const& rt_Gap() const { return _gap; }
+  std::string const& rt_Gap() const;
 
   // Where the reader stands: the file being read (as it was named or resolved) and its line.
   // Inside a macro expansion these are the file and line that the macro was used at.
@@ -140,7 +140,6 @@ class RapTextReader {
   std::unique_ptr<Impl> _m;
   std::string _tok;
   TokenKind _kind = TK_NONE;
-  std::string _gap;
   bool _access_warning = true;
   bool _echo = false;
   bool _value_checks = true;
