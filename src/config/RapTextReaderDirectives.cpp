@@ -259,9 +259,10 @@ int RapTextReader::Impl::read_directive_line(Source& s, std::string& out) {
   // as the game keeps it), comments left out, quoted text kept whole (a URL's // is not a
   // comment). The line end itself stays for the lexer.
   out.clear();
+  auto line_end = [&](char const* p) { return *p == '\n' || (*p == '\r' && p + 1 < s.end && p[1] == '\n'); };
   while (s.cur < s.end) {
     char c = *s.cur;
-    if (c == '\n') break;
+    if (line_end(s.cur)) break;  // CR LF and all stay: the line's end is the text's
     if (c == '\\') {
       char const* p = s.cur + 1;
       while (p < s.end && (*p == ' ' || *p == '\t' || *p == '\r')) ++p;
@@ -282,7 +283,7 @@ int RapTextReader::Impl::read_directive_line(Source& s, std::string& out) {
       continue;
     }
     if (c == '/' && s.cur + 1 < s.end && s.cur[1] == '/') {
-      while (s.cur < s.end && *s.cur != '\n') ++s.cur;
+      while (s.cur < s.end && !line_end(s.cur)) ++s.cur;
       break;
     }
     if (c == '/' && s.cur + 1 < s.end && s.cur[1] == '*') {

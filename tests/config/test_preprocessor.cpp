@@ -180,6 +180,7 @@ TEST(Preprocessor, PreprocessedText) {
   } const cases[] = {
       {"directives_and_comments_leave_their_line_ends", "#define A 1 // one\n/* c */ x = A; // end\n",
        "\n x = 1; \n"},
+      {"crlf_line_ends_kept_whole", "#define A 1 // one\r\nx = A; // c\r\n", "\r\nx = 1; \r\n"},
       {"macro_blanks_follow_the_name_blanks", "#define G\t(2)\ny = 3 * G;\n", "\ny = 3 * \t(2);\n"},
       {"left_out_block_keeps_only_line_ends", "#if 0\na b c\n#endif\nz = 1;", "\n\n\nz = 1;"},
       {"strings_quoted_again", "s = \"say \"\"hi\"\"\"; t = \"a\" \\n \"b\";", "s = \"say \"\"hi\"\"\"; t = \"a\" \\n \"b\";"},
