@@ -1,4 +1,5 @@
 // vendrak cfg decode FILE [-o OUT] [-f] [--no-tabs] [--no-banner] [--xbox-key HEX]
+// vendrak cfg preprocess FILE [-I DIR]... [-o OUT] [-f]
 #include <sys/stat.h>
 
 #include <cstdio>
@@ -13,6 +14,8 @@
 #include "TextOut.h"
 #include "Console.h"
 #include "config/Kaltor.h"
+#include "config/RapMessages.h"
+#include "config/Sembric.h"
 #include "core/BisDLL.h"
 #include "core/Generic_Errors.h"
 #include "io/BisFileIO.h"
@@ -156,6 +159,58 @@ int run_config_info(std::string const& path, bool json) {
   cli_error(path, std::string(Kaltor::ErrorString(r)) + " (" + std::to_string(r) + ")");
   return r;
 }
+
+struct PreprocessOptions {
+  std::string file;
+  std::string out;
+  std::vector<std::string> includes;
+  bool force = false;
+};
+
+int run_preprocess(PreprocessOptions const& o) {
+  std::vector<unsigned char> bytes;
+  if (int r = cli_read_input(o.file, bytes)) return r;
+  std::string name = o.file == "-" ? std::string("(standard input)") : o.file;
+  BisDLL dll;
+  Sembric* s = dll.dll_GetRap();
+  // The text may go to standard output: every message goes to standard error.
+  s->rap_GetIO()->io_SetStdioCallBack(cli_print_stderr);
+  s->rap_GetIO()->io_SetErrCallBack(cli_print_stderr);
+  for (auto const& dir : o.includes) s->rap_AddIncludeFolder(dir.c_str());
+  std::string text;
+  int r = s->rap_Preprocess(name.c_str(), text, reinterpret_cast<char const*>(bytes.data()),
+                            static_cast<unsigned>(bytes.size()));
+  // The fault has been told with its file and line; the last line says the outcome.
+  if (r) {
+    int status = r >= RAP_STATUS ? r - RAP_STATUS : r;
+    cli_error(name, std::string(Sembric::ErrorString(r)) + " (" + std::to_string(status) + ")");
+    return status;
+  }
+  OutputFile out(o.out.empty() ? std::string("-") : o.out, o.force);
+  if (int w = out.open()) return w;
+  FILE* f = std::fopen(out.path(), "wb");
+  bool ok = f && std::fwrite(text.data(), 1, text.size(), f) == text.size();
+  if (f && std::fclose(f) != 0) ok = false;
+  if (!ok) {
+    cli_error(o.out.empty() ? std::string("(standard output)") : o.out, std::strerror(errno));
+    return 6;
+  }
+  return out.commit();
+}
+
+CommandRegistrar preprocess_command({"cfg preprocess",
+                                     "Print config text as the parser reads it: macros expanded, includes inlined",
+                                     [](CLI::App& cmd) -> std::function<int()> {
+  auto o = std::make_shared<PreprocessOptions>();
+  cmd.add_option("FILE", o->file, "The config text (config.cpp, model.cfg, a header, ...); - reads standard input")
+      ->required();
+  cmd.add_option("-o,--output", o->out, "Write the text to this file (- or none: standard output)");
+  cmd.add_flag("-f,--force", o->force, "Replace an existing output file that differs");
+  cmd.add_option("-I,--include", o->includes,
+                 "A folder that includes are looked up below, as a mapped project drive (repeatable, in order)")
+      ->allow_extra_args(false);
+  return [o]() -> int { return run_preprocess(*o); };
+}});
 
 bool looks_like_rap(unsigned char const* head, size_t n, std::string const&) {
   return n >= 4 && BisFileIO::io_BufIsRaPified(head) >= 0;

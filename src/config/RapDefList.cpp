@@ -163,7 +163,13 @@ int RapDefList::def_Define(std::string_view text, std::string* previous) {
     }
     i = close + 1;
   }
-  d.body.assign(trim(text.substr(i)));
+  // The game drops the spaces between the name and the body, and only spaces: a tab there
+  // belongs to the body and comes out wherever the macro is used. The rest of the body is kept
+  // as written, up to its trailing blanks.
+  std::string_view body = text.substr(i);
+  while (!body.empty() && body.front() == ' ') body.remove_prefix(1);
+  while (!body.empty() && is_space(body.back())) body.remove_suffix(1);
+  d.body.assign(body);
   if (int r = cut_body(d)) return r;
   auto it = _map.find(std::string_view(d.name));
   if (it == _map.end()) {
@@ -172,7 +178,8 @@ int RapDefList::def_Define(std::string_view text, std::string* previous) {
     return 0;
   }
   RapDefine& old = it->second;
-  bool same = old.body == d.body || same_integer(old.body, d.body);
+  // A body that differs only in the blanks it starts with says the same thing.
+  bool same = trim(old.body) == trim(d.body) || same_integer(old.body, d.body);
   if (same && old.params == d.params && old.has_params == d.has_params) return 0;
   if (previous) *previous = old.body;
   old = std::move(d);

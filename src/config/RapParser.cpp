@@ -238,7 +238,7 @@ int RapParser::_end_of_statement(bool after_class) {
 int RapParser::_value(rap_entry& cls, std::string const& name) {
   _text.clear();
   int count = 0, braces = 0;
-  bool quoted = false, number = false;
+  bool quoted = false, strings = false;
   for (;;) {
     int r = _next(RT::RT_EOL_TOKEN);
     if (r == kEof) break;
@@ -258,17 +258,17 @@ int RapParser::_value(rap_entry& cls, std::string const& name) {
     }
     // Unquoted script text may hold quoted pieces: they keep their quotes.
     if (count == 1 && quoted) _text = _quoted(_text);
-    if (count && _rd.rt_SpaceBefore()) _text += ' ';
+    if (count) _text += _rd.rt_Gap();
     if (count && kind == RT::TK_STRING)
       _text += _quoted(_rd.rt_Token());
     else
       _text.append(_rd.rt_Token(), _rd.rt_TokenLength());
     quoted = !count && kind == RT::TK_STRING;
-    number = !count && kind == RT::TK_NUMBER;
+    strings = strings || kind == RT::TK_STRING;
     ++count;
   }
   if (!count) return _fail(RAPMSG_ILLEGAL_VALUE);
-  _add_scalar(cls, name.c_str(), count > 1 || quoted || !number);
+  _add_scalar(cls, name.c_str(), strings);
   return _end_of_statement();
 }
 
@@ -281,7 +281,9 @@ std::string RapParser::_quoted(std::string const& text) {
   return q += '"';
 }
 
-// Strings stay strings; a lone number token becomes the narrowest number that holds it.
+// Strings stay strings. Anything else is a number when its whole text reads as one, however many
+// tokens made it: the game expands macros first and reads the value after, so MAJOR.MINOR
+// (3 and 19) is the float 3.19 and -MAJOR the integer -3.
 void RapParser::_add_scalar(rap_entry& into, char const* name, bool text) {
   if (!text) {
     int64_t i;
@@ -323,7 +325,7 @@ int RapParser::_array(rap_entry& array, int depth) {
 // One element, its first token read: a string, a number, or unquoted text up to the ',' or '}'.
 int RapParser::_element(rap_entry& array) {
   _text.clear();
-  bool quoted = _rd.rt_TokenKind() == RT::TK_STRING, number = _rd.rt_TokenKind() == RT::TK_NUMBER;
+  bool quoted = _rd.rt_TokenKind() == RT::TK_STRING;
   if (_is(',')) {
     // An element left out ({,db-15,1}): the game reads an empty string.
     if (int w = _rd.rt_Warning(RAPMSG_ILLEGAL_VALUE)) return _fail(w);
@@ -337,12 +339,12 @@ int RapParser::_element(rap_entry& array) {
     if (r) return r == kEof ? _fail(RAPMSG_EOF) : r;
     if (_is(',') || _is('}')) {
       _rd.rt_UngetToken();
-      _add_scalar(array, nullptr, quoted || !(number && count == 1));
+      _add_scalar(array, nullptr, quoted);
       return 0;
     }
     // Unquoted elements are expressions the game works out: (138 / 256), \ca\x.paa, db-10.
     if (quoted || _rd.rt_TokenKind() == RT::TK_STRING || _is('{')) return _fail(RAPMSG_MISMATCHED_QUOTES);
-    if (_rd.rt_SpaceBefore()) _text += ' ';
+    _text += _rd.rt_Gap();
     _text.append(_rd.rt_Token(), _rd.rt_TokenLength());
   }
 }

@@ -13,10 +13,11 @@ class rap_entry;
 // Builds a config tree from the reader's tokens: classes (with their parents checked), extern
 // declarations, delete entries, values, arrays and "+=" appends, and the enum block.
 //
-// Values are typed by how they are written: decimal and hex integers become int32 (int64 when
-// they do not fit), numbers with a point or an exponent float32, quoted text a string; true and
-// false arrive from the reader as 1 and 0. Anything else up to the ';' is kept as a string of its
-// tokens, with one blank where the source had white space (\ca\data\x.paa, db-10, enum names).
+// Values are typed by their text after macro expansion: decimal and hex integers become int32
+// (int64 when they do not fit), numbers with a point or an exponent float32, quoted text a
+// string; true and false arrive from the reader as 1 and 0. Anything else up to the ';' is kept
+// as a string of its tokens with the white space between them as written (\ca\data\x.paa,
+// db-10, SafeZoneY + 1.5 * \t(A / 25)).
 //
 // Sources that leave out the ';' before a '}' or at the end of a line are read the way the game
 // reads them: a warning, not a failure.

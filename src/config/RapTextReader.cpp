@@ -38,7 +38,6 @@ void RapTextReader::rt_Reset() {
   _defs->def_Clear();
   _tok.clear();
   _kind = TK_NONE;
-  _space_before = false;
   _not_binarisable = false;
   _included.clear();
   _missing.clear();
@@ -66,8 +65,8 @@ int RapTextReader::rt_OpenFile(char const* file) {
 
 int RapTextReader::rt_OpenText(char const* text, size_t size, char const* name) {
   rt_Reset();
-  // Editors that save UTF-8 may put a byte-order mark first; the game reads past it, as it does
-  // in included files.
+  // Editors put a UTF-8 byte-order mark at the top of a file; the game reads past it (an
+  // included file loses its mark where files are read).
   if (size >= 3 && std::memcmp(text, "\xEF\xBB\xBF", 3) == 0) {
     text += 3;
     size -= 3;
@@ -98,8 +97,10 @@ int RapTextReader::rt_NextToken(int mode) {
     m.cur = std::move(m.pending.back());
     m.pending.pop_back();
     r = 0;
-  } else {
+  } else if (_value_checks) {
     r = m.checked(m.cur, mode);
+  } else {
+    r = m.next(m.cur, mode, m.stack, {});
   }
   if (r) {
     _tok.clear();
@@ -108,13 +109,17 @@ int RapTextReader::rt_NextToken(int mode) {
   }
   _tok = m.cur.text;
   _kind = m.cur.kind;
-  _space_before = m.cur.space;
   return 0;
 }
 
+// The current token's own: at the end of the text, the blanks the text ends with.
+std::string const& RapTextReader::rt_Gap() const { return _m->cur.gap; }
+
+bool RapTextReader::rt_SpaceBefore() const { return !_m->cur.gap.empty(); }
+
 void RapTextReader::rt_UngetToken() {
   if (_kind == TK_NONE) return;
-  _m->pending.push_back({_tok, _kind, _space_before});
+  _m->pending.push_back({_tok, _kind, _m->cur.gap});
 }
 
 char const* RapTextReader::rt_CurrentFile() const {
@@ -177,6 +182,9 @@ void RapTextReader::Impl::reset() {
   eval.ev_Reset();
   if_depth = skip_depth = nest = 0;
   input_bytes = expanded_bytes = 0;
+  counter = 0;
+  clock_set = false;
+  dice.reset();
   pending.clear();
   ahead.clear();
   cur = Tok{};
@@ -274,8 +282,10 @@ int RapTextReader::Impl::lex_string(Tok& t, Source& s) {
 }
 
 int RapTextReader::Impl::raw(Tok& t, Stack& st, int mode) {
+  // The blanks passed on the way are added to t.gap, as written; the caller empties it. Comments
+  // and line-joining backslashes leave nothing there, and a block that #if leaves out only its
+  // line ends.
   bool const main = &st == &stack;
-  t.space = false;
   for (;;) {
     if (st.empty()) return kEof;
     Source& s = st.back();
@@ -286,34 +296,55 @@ int RapTextReader::Impl::raw(Tok& t, Stack& st, int mode) {
       }
       if (main && st.size() > 1) {
         pop_include();
-        t.space = true;
         continue;
       }
       return kEof;
     }
     char c = *s.cur;
-    if (c == '\n') {
-      ++s.cur;
-      t.space = true;
-      if (!s.file) continue;
-      if (r._echo && main && !skip_depth)
-        r._io.io_callback("%.*s\r\n", static_cast<int>(s.cur - 1 - s.line_begin), s.line_begin);
-      ++s.line;
-      s.line_start = true;
-      s.line_begin = s.cur;
-      if ((mode & RT_EOL_TOKEN) && main && !skip_depth) {
+    if (c == '\n' || blank(c)) {
+      // A run of blanks and line ends at once: indentation is most of a config's white space.
+      char const* b = s.cur;
+      bool eol = false, zero = false;
+      for (; s.cur < s.end; ++s.cur) {
+        char d = *s.cur;
+        if (d != '\n') {
+          if (!blank(d)) break;
+          zero = zero || !d;
+          continue;
+        }
+        if (!s.file) continue;
+        if (r._echo && main && !skip_depth)
+          r._io.io_callback("%.*s\r\n", static_cast<int>(s.cur - s.line_begin), s.line_begin);
+        ++s.line;
+        s.line_start = true;
+        s.line_begin = s.cur + 1;
+        if ((mode & RT_EOL_TOKEN) && main && !skip_depth) {
+          eol = true;
+          break;
+        }
+      }
+      size_t n = static_cast<size_t>(s.cur - b);
+      if (main && skip_depth) {
+        // A left-out block keeps only its line ends.
+        for (char const* p = b; (p = static_cast<char const*>(std::memchr(p, '\n', static_cast<size_t>(s.cur - p))));
+             ++p)
+          t.gap.push_back('\n');
+      } else {
+        size_t at = t.gap.size();
+        t.gap.append(b, n);
+        if (zero)  // a zero byte would end the value it lands in
+          for (size_t i = at; i < t.gap.size(); ++i)
+            if (!t.gap[i]) t.gap[i] = ' ';
+      }
+      if (eol) {
+        ++s.cur;
         t.kind = TK_EOL;
         t.text.clear();
         return 0;
       }
       continue;
     }
-    if (blank(c)) {
-      ++s.cur;
-      t.space = true;
-      continue;
-    }
-    if (c == '\\') {  // a slash at the end of a line joins the next one
+    if (c == '\\') {  // a slash at the end of a line joins the next one, indentation and all
       char const* p = s.cur + 1;
       if (p < s.end && *p == '\r') ++p;
       if (p >= s.end && s.file) return RAP_STATUS + RAPMSG_CONTINUATION_AT_EOF;
@@ -324,15 +355,13 @@ int RapTextReader::Impl::raw(Tok& t, Stack& st, int mode) {
           ++s.line;
           s.line_begin = s.cur;
         }
-        t.space = true;
         continue;
       }
     }
     if (c == '/' && s.cur + 1 < s.end && (s.cur[1] == '/' || s.cur[1] == '*')) {
-      t.space = true;
-      if (s.cur[1] == '/') {
+      if (s.cur[1] == '/') {  // up to the line end, which stays (CR LF and all)
         char const* n = static_cast<char const*>(std::memchr(s.cur, '\n', static_cast<size_t>(s.end - s.cur)));
-        s.cur = n ? n : s.end;
+        s.cur = !n ? s.end : n[-1] == '\r' ? n - 1 : n;
         continue;
       }
       s.cur += 2;
@@ -342,7 +371,6 @@ int RapTextReader::Impl::raw(Tok& t, Stack& st, int mode) {
     if (c == '#' && s.file && s.line_start && main) {
       ++s.cur;
       if (int e = directive(s)) return e;
-      t.space = true;
       continue;
     }
     s.line_start = false;
@@ -383,10 +411,7 @@ int RapTextReader::Impl::raw(Tok& t, Stack& st, int mode) {
       t.kind = TK_SYMBOL;
       t.text.assign(1, c);
     }
-    if (main && skip_depth) {  // inside a block that #ifdef left out
-      t.space = false;
-      continue;
-    }
+    if (main && skip_depth) continue;  // inside a block that #ifdef or #if left out
     return 0;
   }
 }
@@ -467,7 +492,20 @@ int RapTextReader::Impl::collect_args(Stack& st, std::vector<std::string>& args,
       continue;
     }
     if (c == '\\' && s.cur + 1 < s.end && (s.cur[1] == '\n' || s.cur[1] == '\r')) {
-      ++s.cur;  // a continuation inside the arguments: the line break that follows is a blank
+      // A continuation inside the arguments joins the lines: the next line's indentation stays.
+      char const* p = s.cur + 1;
+      if (*p == '\r' && p + 1 < s.end && p[1] == '\n') ++p;
+      if (*p == '\n') {
+        if (s.file) {
+          ++s.line;
+          s.line_begin = p + 1;
+        }
+        s.cur = p + 1;
+        continue;
+      }
+    }
+    if (c == '\r' && s.cur + 1 < s.end && s.cur[1] == '\n') {
+      ++s.cur;  // a line break that is not joined is one blank, whatever the line ends are
       continue;
     }
     if (c == '"') {
@@ -515,7 +553,9 @@ int RapTextReader::Impl::expand_text(std::string_view in, std::string& out, Stac
   int e;
   while ((e = next(t, 0, sub, hid)) == 0) append_token(out, t);
   --nest;
-  return e == kEof ? 0 : e;
+  if (e != kEof) return e;
+  out.append(t.gap);  // an argument keeps the blanks it ends with, as it keeps those it starts with
+  return 0;
 }
 
 int RapTextReader::Impl::expand_macro(Tok& t, RapDefine const& d, Stack& st, Hidden const& base) {
@@ -589,12 +629,12 @@ int RapTextReader::Impl::evaluate(Tok& t, bool exec, Stack& st, Hidden const& ba
 }
 
 int RapTextReader::Impl::next(Tok& t, int mode, Stack& st, Hidden const& base) {
-  bool carry_space = false;
+  // A name that expands leaves its blanks in t.gap, ahead of the first blanks of its expansion:
+  // the text reads as if the macro's body had stood there.
+  t.gap.clear();
   for (;;) {
     int e = raw(t, st, mode);
     if (e) return e;
-    t.space = t.space || carry_space;
-    carry_space = false;
     if (t.kind != TK_WORD || (mode & RT_NO_EXPAND)) return 0;
     if (t.text.size() > 2 && t.text[0] == '_' && t.text[1] == '_') {
       if (t.text == "__LINE__") {
@@ -616,27 +656,24 @@ int RapTextReader::Impl::next(Tok& t, int mode, Stack& st, Hidden const& base) {
         return 0;
       }
       if (t.text == "__EVAL" || t.text == "__EXEC") {
-        bool space = t.space;
         int v = evaluate(t, t.text == "__EXEC", st, base);
-        if (v == 1) {
-          t.space = space;
-          return 0;
-        }
+        if (v == 1) return 0;
         if (v) return v;
-        carry_space = true;
         continue;
       }
     }
     RapDefine const* d = r._defs->def_Find(t.text);
-    if (!d || hidden(d, st, base)) return 0;
-    bool space = t.space;
-    int v = expand_macro(t, *d, st, base);
-    if (v == 1) {
-      t.space = space;
-      return 0;
+    if (d) {
+      if (hidden(d, st, base)) return 0;
+      int v = expand_macro(t, *d, st, base);
+      if (v == 1) return 0;
+      if (v) return v;
+      continue;
     }
+    // The game's own names, unless the text defined one of them itself.
+    int v = builtin(t, st);
+    if (v == 1 || v == 2) return 0;
     if (v) return v;
-    carry_space = space;
   }
 }
 

@@ -10,6 +10,13 @@
 // Every call returns 0 or RAP_STATUS + a message number (config/RapMessages.h); the end of the
 // text is RAP_STATUS + RAPMSG_EOF. A status leaves the reader where it stopped, so the caller can
 // still ask for the file and line.
+//
+// The preprocessor is the game's: #include, #define (with parameters, # and ##), #undef, #ifdef,
+// #ifndef, #if (whole numbers, names, __has_include("file"), == != < > <= >= && || ! and
+// parentheses), #else, #endif; the built-in names __LINE__, __FILE__, __FILE_NAME__,
+// __FILE_SHORT__, __COUNTER__, __COUNTER_RESET__, the date and time names (taken from
+// SOURCE_DATE_EPOCH when it is set), __RAND_INT8__ .. __RAND_UINT64__, __ARMA__, __ARMA3__,
+// __EVAL and __EXEC. White space is kept as written: each token carries the blanks before it.
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -74,7 +81,10 @@ class RapTextReader {
   TokenKind rt_TokenKind() const { return _kind; }
   // White space, a comment or a line end stood between the previous token and this one: unquoted
   // values such as \ca\data\x.paa or db-10 arrive as several tokens with no space between them.
-  bool rt_SpaceBefore() const { return _space_before; }
+  bool rt_SpaceBefore() const;
+  // That white space as written (tabs, runs of blanks, line ends), comments and line-joining
+  // backslashes taken out; a macro's own leading blanks follow the blanks before its name.
+  std::string const& rt_Gap() const;
 
   // Where the reader stands: the file being read (as it was named or resolved) and its line.
   // Inside a macro expansion these are the file and line that the macro was used at.
@@ -102,6 +112,9 @@ class RapTextReader {
   // Echoes every source line read, and the #else/#endif that end a skipped block, to the message
   // callback (default off: a trace for finding where a long file goes wrong).
   void rt_SetEcho(bool on) { _echo = on; }
+  // The checks and repairs made for the binariser (true/false as 1/0, ';' in arrays, trailing
+  // commas, ";;", access and scope) (default on). Off, the tokens are the preprocessor's alone.
+  void rt_SetValueChecks(bool on) { _value_checks = on; }
   // Set when an __EVAL or __EXEC used something only the running game knows: the config then
   // cannot be written binarised.
   bool rt_NotBinarisable() const { return _not_binarisable; }
@@ -127,9 +140,9 @@ class RapTextReader {
   std::unique_ptr<Impl> _m;
   std::string _tok;
   TokenKind _kind = TK_NONE;
-  bool _space_before = false;
   bool _access_warning = true;
   bool _echo = false;
+  bool _value_checks = true;
   bool _not_binarisable = false;
   size_t _allowance = kExpansionAllowance;
   std::vector<std::string> _included;

@@ -167,7 +167,7 @@ void RapTextReader::Impl::pop_include() {
   if (stack.size() > 1) stack.pop_back();
 }
 
-int RapTextReader::Impl::resolve(std::string const& name_in, std::string& found) {
+int RapTextReader::Impl::resolve(std::string const& name_in, std::string& found, bool quiet) {
   std::string name = name_in;
   for (char& c : name)
     if (c == '\\') c = '/';
@@ -181,7 +181,7 @@ int RapTextReader::Impl::resolve(std::string const& name_in, std::string& found)
   if (name[0] == '/') {
     // A project-drive name: below each include folder, then the working folder.
     if (!rel_ok) {
-      r._io.io_callbackerr("no include to backtrack\r\n");
+      if (!quiet) r._io.io_callbackerr("no include to backtrack\r\n");
       return RAP_STATUS + RAPMSG_CANNOT_INCLUDE;
     }
     for (std::string const& f : include_folders) places.emplace_back(f, rel.substr(1));
@@ -190,7 +190,7 @@ int RapTextReader::Impl::resolve(std::string const& name_in, std::string& found)
     Source const* from = top_file();
     std::string joined = (from ? from->folder : std::string()) + name;
     if (!fold_dots(joined)) {
-      r._io.io_callbackerr("no include to backtrack\r\n");
+      if (!quiet) r._io.io_callbackerr("no include to backtrack\r\n");
       return RAP_STATUS + RAPMSG_CANNOT_INCLUDE;
     }
     places.emplace_back("", joined);
@@ -214,6 +214,10 @@ int RapTextReader::Impl::resolve(std::string const& name_in, std::string& found)
       path = find_ignoring_case(base.empty() ? std::string(".") : base, below);
     if (path.empty()) continue;
     if (path.compare(0, 2, "./") == 0) path.erase(0, 2);
+    if (quiet) {
+      found = path;
+      return 0;
+    }
     if (int w = warn_text(RAP_STATUS + RAPMSG_CANNOT_INCLUDE, "#include \"%s\" found as \"%s\" (the case differs)",
                           name_in.c_str(), path.c_str()))
       return w;
@@ -251,12 +255,14 @@ int RapTextReader::Impl::include(std::string_view text) {
 // ===== directives ===================================================================
 
 int RapTextReader::Impl::read_directive_line(Source& s, std::string& out) {
-  // The rest of the line, continuation slashes joining lines, comments left out, quoted text kept
-  // whole (a URL's // is not a comment). The line end itself stays for the lexer.
+  // The rest of the line, continuation slashes joining lines (the next line's indentation kept,
+  // as the game keeps it), comments left out, quoted text kept whole (a URL's // is not a
+  // comment). The line end itself stays for the lexer.
   out.clear();
+  auto line_end = [&](char const* p) { return *p == '\n' || (*p == '\r' && p + 1 < s.end && p[1] == '\n'); };
   while (s.cur < s.end) {
     char c = *s.cur;
-    if (c == '\n') break;
+    if (line_end(s.cur)) break;  // CR LF and all stay: the line's end is the text's
     if (c == '\\') {
       char const* p = s.cur + 1;
       while (p < s.end && (*p == ' ' || *p == '\t' || *p == '\r')) ++p;
@@ -265,7 +271,6 @@ int RapTextReader::Impl::read_directive_line(Source& s, std::string& out) {
         s.cur = p + 1;
         ++s.line;
         s.line_begin = s.cur;
-        out.push_back(' ');
         continue;
       }
     }
@@ -278,7 +283,7 @@ int RapTextReader::Impl::read_directive_line(Source& s, std::string& out) {
       continue;
     }
     if (c == '/' && s.cur + 1 < s.end && s.cur[1] == '/') {
-      while (s.cur < s.end && *s.cur != '\n') ++s.cur;
+      while (s.cur < s.end && !line_end(s.cur)) ++s.cur;
       break;
     }
     if (c == '/' && s.cur + 1 < s.end && s.cur[1] == '*') {
@@ -309,10 +314,28 @@ int RapTextReader::Impl::directive(Source& s) {
     if (skip_depth) {
       ++skip_depth;
     } else {
-      bool defined = r._defs->def_Find(label) != nullptr;
+      bool defined = r._defs->def_Find(label) != nullptr || is_builtin(label);
       if (defined != is("ifdef")) skip_depth = 1;
     }
     return 0;
+  }
+  if (is("if")) {
+    // Inside a left-out block the condition is not even read: it may use what is not there.
+    ++if_depth;
+    if (skip_depth) {
+      ++skip_depth;
+      return 0;
+    }
+    bool truth = false;
+    if (int e = condition(line, truth)) return e;
+    if (!truth) skip_depth = 1;
+    return 0;
+  }
+  if (is("elif")) {
+    // Not a directive of the game's preprocessor: refused even in a left-out block, where
+    // dropping it would silently change which branch is read.
+    r._io.io_callbackerr("#elif is not known to the game: write #else with an #if inside it\r\n");
+    return RAP_STATUS + RAPMSG_UNKNOWN_DIRECTIVE;
   }
   if (is("else")) {
     if (!if_depth) return RAP_STATUS + RAPMSG_ENDIF_WITHOUT_IF;

@@ -1,6 +1,9 @@
 #pragma once
 // The reader's inner state, shared by its token and directive halves; not part of the interface.
+#include <cstdint>
+#include <ctime>
 #include <memory>
+#include <random>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -31,7 +34,7 @@ struct RapTextReader::Impl {
   struct Tok {
     std::string text;
     TokenKind kind = TK_NONE;
-    bool space = false;
+    std::string gap;  // the blanks before the token, as written
   };
   using Stack = std::vector<Source>;
   using Hidden = std::vector<RapDefine const*>;
@@ -47,6 +50,13 @@ struct RapTextReader::Impl {
   int nest = 0;  // argument expansions within argument expansions
   size_t input_bytes = 0;
   size_t expanded_bytes = 0;
+  // The built-in names' state: __COUNTER__, and the clock and dice fixed once per text, so that
+  // every date macro of one text tells the same time.
+  uint64_t counter = 0;
+  bool clock_set = false;
+  std::tm local{}, utc{};
+  long long epoch = 0;
+  std::unique_ptr<std::mt19937_64> dice;
   std::vector<Tok> pending;  // pushed back by the caller, last one first
   std::vector<Tok> ahead;    // read ahead by the value checks, not yet checked
   Tok cur;
@@ -77,18 +87,29 @@ struct RapTextReader::Impl {
   int lex_string(Tok& t, Source& s);
   int skip_block_comment(Source& s);
 
+  // ---- built-in names (RapTextReaderBuiltins.cpp) ----
+  static bool is_builtin(std::string_view name);
+  // The built-in's value: 1 with the token made, 0 when it left nothing (or pushed text to read),
+  // or a status. Names that are not built-ins are 2.
+  int builtin(Tok& t, Stack& st);
+  void set_clock();
+
   // ---- directives and includes (RapTextReaderDirectives.cpp) ----
   int directive(Source& s);
+  // #if: the line's truth, __has_include and macros worked out first.
+  int condition(std::string_view line, bool& truth);
+  int has_includes(std::string_view line, std::string& out);
   int read_directive_line(Source& s, std::string& out);
   int include(std::string_view text);
   int push_file(std::string const& path, std::string const& shown);
   std::string logical_name(std::string const& path, std::string const& written) const;
-  int resolve(std::string const& name, std::string& found);
+  // A quiet search (for __has_include) neither warns of a case-blind find nor tells why it failed.
+  int resolve(std::string const& name, std::string& found, bool quiet = false);
   void pop_include();
   int warn_text(int status_if_error, char const* format, ...) __attribute__((format(printf, 3, 4)));
   // A token as config text again, for arguments expanded before substitution.
   static void append_token(std::string& out, Tok const& t) {
-    if (t.space && !out.empty()) out.push_back(' ');
+    out.append(t.gap);
     if (t.kind != TK_STRING) {
       out.append(t.text);
       return;

@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <string_view>
 
 #include "config/ConfigChecks.h"
 #include "config/Kaltor.h"
@@ -98,22 +99,64 @@ int Sembric::_create_worker(char const* file, int flags, char const* data, unsig
   _file = file ? file : "";
   uint8_t const* bytes;
   uint64_t length;
-  if (data) {
-    bytes = reinterpret_cast<uint8_t const*>(data);
-    length = size;
-  } else {
-    if (!file || !*file) throw "no filename";
-    if (!_io.io_OpenFile(file)) _io.io_throw(GE_EOF, "Cannot open %s\r\n", file);
-    if (_io.io_IsHuge()) throw GE_NO_MEMORY;
-    bytes = _io.io_GetRawData();
-    length = _io.io_GetFileSize();
-  }
+  _input(file, data, size, bytes, length);
   bool binarised = length >= 4 && BisFileIO::io_BufIsRaPified(bytes) >= 0;
   int r = binarised ? _prebinarised(bytes, length) : _text(file, reinterpret_cast<char const*>(bytes), length);
   // An addon's config.cpp packed into an archive is always checked; elsewhere on request.
   bool addon_config = pbo && file && FileStringA(file).fs_CompareFilenameExtOnly("config.cpp");
   if (!r && ((flags & RAPF_CONTENT_CHECKS) || addon_config)) r = rap_CheckContent(pbo);
   return r;
+}
+
+void Sembric::_input(char const* file, char const* data, unsigned int size, uint8_t const*& bytes, uint64_t& length) {
+  if (data) {
+    bytes = reinterpret_cast<uint8_t const*>(data);
+    length = size;
+    return;
+  }
+  if (!file || !*file) throw "no filename";
+  if (!_io.io_OpenFile(file)) _io.io_throw(GE_EOF, "Cannot open %s\r\n", file);
+  if (_io.io_IsHuge()) throw GE_NO_MEMORY;
+  bytes = _io.io_GetRawData();
+  length = _io.io_GetFileSize();
+}
+
+int Sembric::rap_Preprocess(char const* file, std::string& out, char const* data, unsigned int size) {
+  return bis_guarded_call<RapMessage>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
+    Close();
+    _file = file ? file : "";
+    uint8_t const* bytes;
+    uint64_t length;
+    _input(file, data, size, bytes, length);
+    RapTextReader reader(_io);
+    for (auto const& folder : _include_folders) reader.rt_AddIncludeFolder(folder.c_str());
+    reader.rt_SetValueChecks(false);
+    int r = reader.rt_OpenText(reinterpret_cast<char const*>(bytes), static_cast<size_t>(length), file);
+    while (r == 0 && (r = reader.rt_NextToken()) == 0) {
+      out += reader.rt_Gap();
+      if (reader.rt_TokenKind() != RapTextReader::TK_STRING) {
+        out.append(reader.rt_Token(), reader.rt_TokenLength());
+        continue;
+      }
+      // A string as config text again: quotes doubled, a line break as the decoder writes it.
+      out += '"';
+      std::string_view text(reader.rt_Token(), reader.rt_TokenLength());
+      for (char c : text) {
+        if (c == '\n')
+          out += "\" \\n \"";
+        else
+          out.append(c == '"' ? 2 : 1, c);
+      }
+      out += '"';
+    }
+    for (auto const& name : reader.rt_IncludedFiles()) _included.tkn_add(name.c_str());
+    if (r == RAP_STATUS + RAPMSG_EOF) {
+      out += reader.rt_Gap();
+      return 0;
+    }
+    _line_in_error = reader.rt_CurrentLine();
+    return reader.rt_Error(r);
+  });
 }
 
 // An input that is binarised already is taken through the decoder as it is.

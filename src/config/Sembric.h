@@ -48,6 +48,11 @@ class Sembric {
   // keeps those set through rap_GetIO(). `pbo` is the archive being built, if any.
   int rap_Create(char const* file, int flags, BisCallback callback, char const* data = nullptr,
                  unsigned int size = 0, Vendrak* pbo = nullptr);
+  // The text the parser would read, into `out`: macros expanded, includes inlined, comments and
+  // directives gone, white space as written (so a modder sees what a macro made). Input as for
+  // rap_Create; the value checks of binarising are not made. 0, or a reader status whose message
+  // has gone to the error callback with its file and line.
+  int rap_Preprocess(char const* file, std::string& out, char const* data = nullptr, unsigned int size = 0);
   // Writes the tree to a file; bit 0 of flags: Arma dialect, else OFP. A file that cannot be
   // written completely is removed.
   int rap_Output(char const* file, int flags);
@@ -96,6 +101,8 @@ class Sembric {
   int _prebinarised(uint8_t const* data, uint64_t size);
   void _prebinarised_enums(uint8_t const* data, uint64_t size);
   int _text(char const* file, char const* data, uint64_t size);
+  // The bytes to read: `data` when given, else the file's (held by _io until Close).
+  void _input(char const* file, char const* data, unsigned int size, uint8_t const*& bytes, uint64_t& length);
   int _output_worker(std::vector<uint8_t>& out, int flags);
   int _report(int code);
 

@@ -1,9 +1,7 @@
 #include <gtest/gtest.h>
 
-#include <fstream>
-#include <iterator>
-
 #include "DecodeHelpers.h"
+#include "support/CorpusFile.h"
 #include "config/Sembric.h"
 #include "core/BisDLL.h"
 
@@ -67,7 +65,8 @@ TEST(BinariseCorpus, RealSourcesBinariseAndDecodeToTheirTree) {
     for (auto const& e : fs::recursive_directory_iterator(root))
       if (e.path().filename() == "config.cpp") sources.push_back({e.path(), {cba, cba / "include"}});
   sources.push_back({tzk / "TZK_Config_4_0_6" / "config.cpp", {tzk}});
-  // The OFP mission includes a header of a mod that the corpus does not hold.
+  // The OFP mission includes a header of a mod that the corpus does not hold; a header (.hpp) is a
+  // piece of an addon that needs its component's macros (HeaderWithAByteOrderMark).
   for (auto const& e : fs::directory_iterator(text))
     if (e.is_regular_file() && e.path().extension() != ".skeleton" && e.path().extension() != ".hpp" &&
         e.path().filename() != "tzk_ofp_mission.sqm")
@@ -91,25 +90,80 @@ TEST(BinariseCorpus, RealSourcesBinariseAndDecodeToTheirTree) {
     }
   }
 }
+std::string value_of(Sembric* s, std::vector<char const*> const& path, int* type = nullptr) {
+  rap_entry* e = s->rap_get_root();
+  for (char const* name : path) {
+    e = e ? e->rpe_get_entry(name, rap_entry::RPE_ANY) : nullptr;
+    if (!e) return "(missing " + std::string(name) + ")";
+  }
+  if (type) *type = e->rpe_GetType();
+  return e->value();
+}
 
-// A released header that starts with a UTF-8 byte-order mark, as the top of the text: the mark is
-// read past, as the game does. The header relies on its addon's macros and on two classes of the
-// config that includes it, given after the mark.
-TEST(BinariseCorpus, AByteOrderMarkAtTheTopIsReadPast) {
-  fs::path file = corpus() / "cfgtext" / "cba_menu_popup_bom.hpp";
+// The CBA tree as the game binarises it: `version = VERSION;` with VERSION made of MAJOR.MINOR is
+// the float 3.19, and the game's own GUI grid macros (defined with tabs before their bodies) keep
+// their tabs in the strings they make.
+TEST(BinariseCorpus, CbaTreeAsTheGameWritesIt) {
   fs::path cba = corpus() / "cfgtext" / "cba_a3_tree";
-  if (!fs::exists(file)) GTEST_SKIP() << "no corpus at " << corpus();
-  std::ifstream in(file, std::ios::binary);
-  std::string text((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-  ASSERT_EQ(text.compare(0, 3, "\xEF\xBB\xBF"), 0);
-  text.insert(3, "#include \"\\x\\cba\\addons\\ui\\script_component.hpp\"\r\nclass _flexiMenu_RscShortcutButton;\r\nclass rscText;\r\n");
+  if (!fs::is_directory(cba)) GTEST_SKIP() << "no corpus at " << corpus();
+  struct {
+    char const* config;
+    std::vector<char const*> path;
+    int type;
+    char const* value;
+  } const cases[] = {
+      {"main", {"CfgPatches", "cba_main", "version"}, rap_entry::RPE_FLOAT, "3.19"},
+      {"main", {"CfgPatches", "cba_main", "versionStr"}, rap_entry::RPE_STRING, "3.19.0.000000"},
+      {"ui", {"RscTitles", "cba_ui_ProgressBar", "TitleBackground", "sizeEx"}, rap_entry::RPE_STRING,
+       "1 * \t\t\t\t\t(\t\t\t(\t\t\t((safeZoneW / safeZoneH) min 1.2) / 1.2) / 25)"},
+  };
+  for (auto const& c : cases) {
+    BisDLL dll;
+    Sembric* s = dll.dll_GetRap();
+    s->rap_AddIncludeFolder(cba.c_str());
+    s->rap_AddIncludeFolder((cba / "include").c_str());
+    g_msgs.clear();
+    s->rap_GetIO()->io_SetErrCallBack(capture_msg);
+    fs::path file = cba / "x" / "cba" / "addons" / c.config / "config.cpp";
+    ASSERT_EQ(s->rap_Create(file.c_str(), 0, nullptr), 0) << file << "\n" << g_msgs;
+    int type = -1;
+    EXPECT_EQ(value_of(s, c.path, &type), c.value) << c.config << " " << c.path.back();
+    EXPECT_EQ(type, c.type) << c.config << " " << c.path.back();
+  }
+}
+
+// A header of a CBA release saved with a UTF-8 byte-order mark. Read on its own, the mark is gone
+// and the text stops only where the CBA macros it relies on are missing; included after its
+// component's macros, as the addon's config.cpp includes it, it binarises.
+TEST(BinariseCorpus, HeaderWithAByteOrderMark) {
+  fs::path text = corpus() / "cfgtext", cba = text / "cba_a3_tree";
+  fs::path header = corpus_file("cfgtext", "cba_menu_popup_bom.hpp");
+  if (!fs::is_regular_file(header)) GTEST_SKIP() << "no corpus at " << corpus();
+  Bytes raw = file_bytes(header);
+  ASSERT_EQ(std::string(raw.begin(), raw.begin() + 3), "\xEF\xBB\xBF");
   BisDLL dll;
   Sembric* s = dll.dll_GetRap();
-  s->rap_AddIncludeFolder(cba.c_str());
-  s->rap_AddIncludeFolder((cba / "include").c_str());
-  g_msgs.clear();
+  s->rap_GetIO()->io_SetStdioCallBack(capture_msg);
   s->rap_GetIO()->io_SetErrCallBack(capture_msg);
-  ASSERT_EQ(s->rap_Create(file.c_str(), 0, nullptr, text.data(), unsigned(text.size())), 0) << g_msgs;
-  EXPECT_NE(s->rap_get_class("CBA_flexiMenu_rscPopup"), nullptr);
+  g_msgs.clear();
+  std::string pre;
+  ASSERT_EQ(s->rap_Preprocess(header.c_str(), pre), 0) << g_msgs;
+  EXPECT_EQ(pre.substr(0, 2), "\r\n");  // the first line is a comment: only its line end is left
+  EXPECT_EQ(pre.find("\xEF"), std::string::npos);
+  EXPECT_EQ(s->rap_Create(header.c_str(), 0, nullptr), RAP_STATUS + RAPMSG_EXTRANEOUS);
+  EXPECT_EQ(s->rap_get_linenum_in_error(), 18);  // onLoad = QUOTE(...) with QUOTE unknown
+
+  for (auto const& f : {cba, cba / "include", header.parent_path()}) s->rap_AddIncludeFolder(f.c_str());
+  std::string component =
+      "#include \"\\x\\cba\\addons\\ui\\script_component.hpp\"\r\n"
+      "class RscText;\r\nclass _flexiMenu_RscShortcutButton;\r\n"
+      "#include \"\\cba_menu_popup_bom.hpp\"\r\n";
+  g_msgs.clear();
+  ASSERT_EQ(s->rap_Create("component.cpp", 0, nullptr, component.data(), static_cast<unsigned>(component.size())), 0)
+      << g_msgs;
+  EXPECT_EQ(value_of(s, {"CBA_flexiMenu_rscPopup", "onLoad"}), "with uiNamespace do {cba_ui_display = _this select 0};");
+  EXPECT_EQ(value_of(s, {"CBA_flexiMenu_rscPopup", "flexiMenu_primaryMenuControlWidth"}), "0.21 * safeZoneW");
+  EXPECT_EQ(value_of(s, {"CBA_flexiMenu_rscPopup", "listButton", "x"}),
+            "(safeZoneX + safeZoneW / 2) - 0.21 * safeZoneW");
 }
 }  // namespace

@@ -1,4 +1,4 @@
-// The cfg commands as a user runs them: decode and binarise.
+// The cfg commands as a user runs them: decode, binarise and preprocess.
 #include <gtest/gtest.h>
 #include <unistd.h>
 
@@ -142,6 +142,42 @@ TEST(BinariseCli, OutputNamesStatusesAndFailures) {
   // The OFP and Arma outputs both begin with the format's signature.
   EXPECT_EQ(slurp(tmp("ofp.bin")).substr(0, 7), std::string("\0raP\4\0\0", 7));
   EXPECT_EQ(slurp(tmp("config.bin")).substr(0, 12), std::string("\0raP\0\0\0\0\x08\0\0\0", 12));
+  fs::remove_all(scratch());
+}
+
+// cfg preprocess: the text the parser reads, to standard output or a file; a fault named by file
+// and line, its message number the exit status.
+TEST(PreprocessCli, TextFilesAndFaults) {
+  fs::create_directories(scratch() / "P" / "x" / "m");
+  put(scratch() / "P" / "x" / "m" / "macros.hpp", "#define VERSION 3.19\n#define GRID\t(A / 25)\n");
+  put(scratch() / "pre.cpp", "#include \"\\x\\m\\macros.hpp\"\nversion = VERSION; // v\ny = 2 * GRID;\n");
+  put(scratch() / "bad.cpp", "a = 1;\n#if (\n#endif\n");
+  put(scratch() / "mine.txt", "mine");
+  std::string const text = "\n\n\nversion = 3.19; \ny = 2 * \t(A / 25);\n";
+  struct Case {
+    char const* args;
+    int status;
+    char const* out;  // standard output (null: not checked)
+    char const* err;  // found on standard error
+  } const cases[] = {
+      {"cfg preprocess pre.cpp -I P", 0, text.c_str(), ""},
+      {"cfg preprocess pre.cpp -I P -o pre.txt", 0, "", ""},
+      {"cfg preprocess pre.cpp -I P -o mine.txt", 6, "", "mine.txt: exists and differs"},
+      {"cfg preprocess pre.cpp", 29, "", "In File pre.cpp: circa Line 1 Cannot include file"},
+      {"cfg preprocess bad.cpp", 11, "", "In File bad.cpp: circa Line 2 bad eval/exec\nvendrak: bad.cpp: bad eval/exec (11)"},
+      {"cfg preprocess missing.cpp", 3, "", "missing.cpp: No such file or directory"},
+      {"cfg preprocess", 64, nullptr, "FILE is required"},
+  };
+  for (auto const& c : cases) {
+    CliRun r = in_scratch(c.args);
+    EXPECT_EQ(r.status, c.status) << c.args << "\n" << r.err;
+    if (c.out) {
+      EXPECT_EQ(r.out, c.out) << c.args;
+    }
+    EXPECT_NE(r.err.find(c.err), std::string::npos) << c.args << "\n" << r.err;
+  }
+  EXPECT_EQ(slurp(tmp("pre.txt")), text);
+  EXPECT_EQ(slurp(tmp("mine.txt")), "mine");
   fs::remove_all(scratch());
 }
 

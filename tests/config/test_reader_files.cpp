@@ -7,6 +7,8 @@
 #include <string>
 #include <vector>
 
+#include "config/Sembric.h"
+#include "core/BisDLL.h"
 #include "test_reader_support.h"
 
 namespace fs = std::filesystem;
@@ -104,6 +106,60 @@ TEST_F(ReaderFiles, AccessIsTheGameFoldersOwn) {
   ReadResult r = g.read_file(mod, {(root / "P").string()});
   EXPECT_EQ(r.status, kReadWhole);
   EXPECT_EQ(r.messages, "warning :In File " + mod + ": circa Line 2 " + rap_message_text(RAPMSG_ACCESS) + "\r\n");
+}
+
+// __has_include finds a file by the search #include makes: beside the including file, below the
+// include folders, case-blind; a name it cannot find (or a drive letter) is simply false.
+TEST_F(ReaderFiles, HasIncludeSearchesAsIncludeDoes) {
+  put("P/x/ace/addons/main/script_component.hpp", "");
+  put("P/x/mod/addons/main/Beside.hpp", "");
+  std::string main = put("P/x/mod/addons/main/config.cpp",
+                         "#if __has_include(\"\\x\\ace\\addons\\main\\script_component.hpp\")\nace = 1;\n#endif\n"
+                         "#if __has_include(\"beside.hpp\")\nbeside = 1;\n#endif\n"
+                         "#if __has_include(\"\\x\\other\\nope.hpp\")\nother = 1;\n#else\nother = 0;\n#endif\n"
+                         "#if __has_include(\"d:\\x.hpp\") || __has_include(\"\\..\\..\\up.hpp\")\nodd = 1;\n#endif\n");
+  ReaderFixture f;
+  ReadResult r = f.read_file(main, {(root / "P").string()});
+  EXPECT_EQ(r.status, kReadWhole) << r.place << "\n" << r.messages;
+  EXPECT_EQ(r.tokens, "ace = 1 ; beside = 1 ; other = 0 ;");
+  EXPECT_EQ(r.messages, "");  // a test is not an include: no warning for the case-blind find
+  EXPECT_EQ(f.reader.rt_IncludedFiles().size(), 1u);
+  // The ACE file is found only through the include folder.
+  ReaderFixture g;
+  EXPECT_EQ(g.read_file(main).tokens, "beside = 1 ; other = 0 ;");
+}
+
+// A UTF-8 byte-order mark at the top of a text the tool reads is not part of the text; anywhere
+// else it is a character like any other, and out of place in config text.
+TEST_F(ReaderFiles, ByteOrderMarkAtTheTopOfEachText) {
+  std::string const bom = "\xEF\xBB\xBF";
+  put("inc.hpp", bom + "inner = 2;\r\n");
+  struct Case {
+    char const* name;
+    std::string text;
+    bool in_memory;
+    int code;
+  } const cases[] = {
+      {"config.cpp", bom + "#include \"inc.hpp\"\r\nouter = 1;\r\n", false, 0},
+      {"config.cpp", bom + "#include \"inc.hpp\"\r\nouter = 1;\r\n", true, 0},  // as the command line hands it
+      {"model.cfg", bom + "class CfgSkeletons { class S { skeletonBones[] = {}; }; };\r\n", false, 0},
+      {"m.rvmat", bom + "ambient[] = {1,1,1,1};\r\n", false, 0},
+      {"mission.sqm", bom + "version = 12;\r\n", true, 0},
+      {"middle.cpp", "outer = 1;\r\n" + bom + "inner = 2;\r\n", false, RAP_STATUS + RAPMSG_EXTRANEOUS},
+  };
+  for (Case const& c : cases) {
+    std::string path = put(c.name, c.text);
+    BisDLL dll;
+    Sembric* s = dll.dll_GetRap();
+    g_msgs.clear();
+    int code = c.in_memory ? s->rap_Create(path.c_str(), 0, capture_msg, c.text.data(), static_cast<unsigned>(c.text.size()))
+                           : s->rap_Create(path.c_str(), 0, capture_msg);
+    EXPECT_EQ(code, c.code) << c.name << "\n" << g_msgs;
+    if (code) continue;
+    rap_entry* first = s->rap_get_first();
+    ASSERT_TRUE(first) << c.name;
+    EXPECT_EQ(std::string(first->name()).find('\xEF'), std::string::npos) << c.name;
+  }
 }
 
 TEST_F(ReaderFiles, LineAndFileFollowTheInclude) {

@@ -35,6 +35,8 @@ TEST_F(PrefixFixture, ParsesTheLinesOfAPrefixFile) {
   } const cases[] = {
       {"x\\y", 1, "x\\y", {}},
       {"x/y\r\nproduct=p\r\n", 1, "x\\y", {{"product", "p"}}},
+      // Saved by an editor that marks UTF-8: the mark is not part of the prefix.
+      {"\xEF\xBB\xBF" "x\\y\r\n", 1, "x\\y", {}},
       // Trimmed first, then cut at the comment: the blank before ';' stays.
       {"prefix=a\\b ;comment\n", 1, "a\\b ", {{"prefix", "a\\b "}}},
       {"a=b=c\n  name =  v  \n", 1, "", {{"name", "v"}}},
