@@ -52,7 +52,7 @@ void OdolModel::_array(CompressedStruct& a, uint32_t element_size, bool fill) {
 
 // The arrays a LOD keeps only to write back lose their expanded form once the LOD is read.
 void OdolModel::_drop_expanded(OdolLod& lod) {
-  for (CompressedStruct* a : {&lod.items, &lod.point_to_vertex, &lod.vertex_to_point, &lod.clip, &lod.vertex_clip,
+  for (CompressedStruct* a : {&lod.point_to_vertex, &lod.vertex_to_point, &lod.clip, &lod.vertex_clip,
                               &lod.uv1, &lod.st, &lod.bones, &lod.neighbours})
     a->cs_DropExpanded();
   for (CompressedStruct& a : lod.selection_words) a.cs_DropExpanded();
@@ -290,7 +290,13 @@ void OdolModel::_read_lod(OdolLod& lod) {
     p.block = _keep(64);
     std::memcpy(&p.selection, p.block.data + 52, 4);
   }
-  _array(lod.items, 4);
+  // The skeleton bones this LOD uses are plain words in every version: no flag byte before them even
+  // where the other arrays of the LOD carry one, and never compressed.
+  uint8_t const* items_start = _io.io_GetAddress();
+  uint32_t items = _io.io_ReadUlong();
+  if (items > _io.io_RemainingBytes() / 4) throw GE_EOF;
+  _io.io_GetAddressAndUpdate(uint64_t{items} * 4);
+  lod.items = _since(items_start);
   uint8_t const* links_start = _io.io_GetAddress();
   uint32_t links = _io.io_ReadUlong();
   if (links > _io.io_RemainingBytes() / 4) throw GE_EOF;

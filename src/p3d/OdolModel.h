@@ -81,7 +81,7 @@ struct OdolLod {
   CompressedStruct uv0, positions, normals;
 
   // What the model keeps only to be written back: compressed ones in their stored form alone.
-  CompressedStruct items, point_to_vertex, vertex_to_point;
+  CompressedStruct point_to_vertex, vertex_to_point;
   CompressedStruct clip;        // the vertex flags before the hints (up to version 51, and version 7)
   CompressedStruct vertex_clip; // the clip flags of the vertex tables (version 50 and above)
   CompressedStruct uv1, st, bones, neighbours;
@@ -93,6 +93,7 @@ struct OdolLod {
   // files agree (0); a file from another binariser that does not keeps its difference when written.
   int64_t face_size_slack = 0, end_slack = 0;
   uint8_t one_bone = 0;         // whether every vertex has one bone at most
+  OdolBytes items;              // the skeleton bones this LOD uses: a count and plain words
   OdolBytes links;              // the bone links: their count and lists
   OdolBytes vertex_word;        // version 52 and above: the word after the vertex count
   OdolBytes hints;              // hints, bounds, centre and sphere

@@ -130,7 +130,7 @@ void OdolModel::_write_animations(BisFileIO& out) const {
 void OdolModel::_write_lod(BisFileIO& out, OdolLod const& lod) const {
   put_count(out, lod.proxies.size());
   for (OdolProxy const& p : lod.proxies) put_proxy(out, p);
-  _put(out, lod.items);
+  put_bytes(out, lod.items);
   put_bytes(out, lod.links);
   if (_version == 50) {
     out.io_WriteUlong(lod.nVertices);

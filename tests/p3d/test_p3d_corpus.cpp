@@ -16,6 +16,7 @@
 #include "io/BisFileIO_test_util.h"
 #include "p3d/Morvane.h"
 #include "p3d/OdolModel.h"
+#include "support/CorpusFile.h"
 
 namespace fs = std::filesystem;
 
@@ -83,6 +84,9 @@ TEST(OdolCorpus, EveryModelOpensWithItsVersionAndLodCount) {
   std::vector<fs::path> models;
   for (auto const& e : fs::directory_iterator(dir)) models.push_back(e.path());
   models.push_back(mlod_test::corpus_dir() / "addon-src" / "ofp_TZK_Config_4_0_6_r2022-03" / "TZK_Target_New0.p3d");
+  // Skinned models of a current release (103- and 13-bone skeletons), wherever the corpus keeps them.
+  for (char const* name : {"ace_sniper_tripod_odol73.p3d", "ace_tacticalladder_pack_odol73.p3d"})
+    if (fs::path p = corpus_file("p3d-odol", name); fs::exists(p) && p.parent_path() != dir) models.push_back(p);
   std::sort(models.begin(), models.end());
   std::string tmp = (fs::temp_directory_path() / "vendrak-odol-corpus-XXXXXX").string();
   fs::path out_dir = ::mkdtemp(tmp.data());
@@ -205,4 +209,40 @@ TEST(OdolCorpus, ChangedTextsMoveTheLodsAndTheirOffsets) {
     EXPECT_EQ(first_now, first_was + (c.prefix ? 4 : 0)) << what;
   }
   fs::remove_all(out_dir);
+}
+
+// Skinned models of a current release: every LOD, read through its bone list, vertex bone
+// references and sections, ends exactly where the LOD table says; what follows the last LOD
+// (cooked physics meshes in some files) is kept as it is.
+TEST(OdolCorpus, SkinnedLodsEndWhereTheTableSays) {
+  struct Case {
+    char const* file;
+    uint32_t lods;
+    uint64_t trailing;
+  } const cases[] = {
+      {"ace_sniper_tripod_odol73.p3d", 10, 3620},  // its cooked meshes ("NXS", "ICE") among them
+      {"ace_tacticalladder_pack_odol73.p3d", 3, 36},
+  };
+  for (Case const& c : cases) {
+    fs::path p = corpus_file("p3d-odol", c.file);
+    if (!fs::exists(p)) GTEST_SKIP() << "no corpus file " << p;
+    BisDLL dll;
+    Morvane* m = dll.dll_GetMorvane();
+    g_msgs.clear();
+    m->p3d_GetIO()->io_SetErrCallBack(capture_msg);
+    ASSERT_EQ(m->p3d_Open(p.c_str(), 0, capture_msg), 0) << c.file << "\n" << g_msgs;
+    OdolModel const* odol = m->p3d_GetOdol();
+    ASSERT_EQ(odol->lod_count(), c.lods) << c.file;
+    uint32_t with_bones = 0;
+    for (uint32_t i = 0; i < odol->lod_count(); ++i) {
+      OdolLod const* lod = odol->lod(i);
+      EXPECT_EQ(lod->end_slack, 0) << c.file << " lod " << i;
+      EXPECT_EQ(lod->face_size_slack, 0) << c.file << " lod " << i;
+      uint32_t bones = 0;
+      std::memcpy(&bones, lod->items.data, 4);
+      with_bones += bones > 0;
+    }
+    EXPECT_GT(with_bones, 0u) << c.file;
+    EXPECT_EQ(odol->trailing_size(), c.trailing) << c.file;
+  }
 }
