@@ -44,6 +44,9 @@ nlohmann::ordered_json transform_json(XYZTransform const& t) {
                                         t.dir.z, t.pos.x, t.pos.y, t.pos.z});
 }
 
+// A footstep-like marker: id 0 and no value; anything else is listed as an event with its value.
+bool is_sound(RTM_Event const& e) { return e.id == 0 && e.value.empty(); }
+
 int run_info(RtmOptions const& o) {
   BisDLL dll;
   KinterNew* k = dll.dll_GetKinter();
@@ -67,11 +70,16 @@ int run_info(RtmOptions const& o) {
       list.push_back(e);
     }
     auto& sl = j["sounds"] = nlohmann::ordered_json::array();
-    for (unsigned s = 0; s < sounds; ++s) sl.push_back({{"name", k->rtm_GetSoundName(s)}, {"time", k->rtm_GetSoundTime(s)}});
+    auto& el = j["events"] = nlohmann::ordered_json::array();
+    for (unsigned s = 0; s < sounds; ++s) {
+      RTM_Event const* e = k->rtm_GetEvent(s);
+      if (is_sound(*e)) sl.push_back({{"name", e->name}, {"time", e->time}});
+      el.push_back({{"time", e->time}, {"name", e->name}, {"value", e->value}, {"id", e->id}});
+    }
     cli_print_stdout("%s\n", json_text(j).c_str());
     return 0;
   }
-  cli_print_stdout("%s: RTM %s, %u frames, %u bones, %u sounds\n", o.in.c_str(), KinterNew::rtm_KindStr(k->rtm_GetKind()),
+  cli_print_stdout("%s: RTM %s, %u frames, %u bones, %u events\n", o.in.c_str(), KinterNew::rtm_KindStr(k->rtm_GetKind()),
               frames, bones, sounds);
   cli_print_stdout("displacement: %g %g %g\n", d->x, d->y, d->z);
   if (frames) cli_print_stdout("frame times: %g to %g\n", k->rtm_GetFrameTime(0), k->rtm_GetFrameTime(frames - 1));
@@ -83,7 +91,13 @@ int run_info(RtmOptions const& o) {
     else
       cli_print_stdout("  bone %u %s\n", b, k->rtm_GetBoneName(b));
   }
-  for (unsigned s = 0; s < sounds; ++s) cli_print_stdout("  sound %s at %g\n", k->rtm_GetSoundName(s), k->rtm_GetSoundTime(s));
+  for (unsigned s = 0; s < sounds; ++s) {
+    RTM_Event const* e = k->rtm_GetEvent(s);
+    if (is_sound(*e))
+      cli_print_stdout("  sound %s at %g\n", e->name.c_str(), e->time);
+    else
+      cli_print_stdout("  event %s = %s at %g (id %d)\n", e->name.c_str(), e->value.c_str(), e->time, e->id);
+  }
   return 0;
 }
 
@@ -162,7 +176,7 @@ std::shared_ptr<RtmOptions> add_common(CLI::App& cmd, bool writes, bool skeleton
   return o;
 }
 
-CommandRegistrar info_command({"rtm info", "Describe an animation: kind, displacement, frames, bones, sounds",
+CommandRegistrar info_command({"rtm info", "Describe an animation: kind, displacement, frames, bones, sounds and events",
                                [](CLI::App& cmd) -> std::function<int()> {
                                  auto o = add_common(cmd, false, false);
                                  return [o] { return run_info(*o); };
@@ -177,7 +191,7 @@ CommandRegistrar unbin_command({"rtm unbin", "Write an animation in the editable
 CommandRegistrar bin_command({"rtm bin", "Write an animation binarised, with the parents of a skeleton",
                               [](CLI::App& cmd) -> std::function<int()> {
                                 auto o = add_common(cmd, true, true);
-                                cmd.add_option("--version", o->version, "Binarised version: 3, 4 (sounds) or 5 (sounds, LZO)")
+                                cmd.add_option("--version", o->version, "Binarised version: 3, 4 (sounds and events) or 5 (sounds and events, LZO)")
                                     ->check(CLI::IsMember({3, 4, 5}));
                                 return [o] { return run_write(*o, o->version); };
                               }});

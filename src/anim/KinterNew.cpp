@@ -24,6 +24,8 @@ KinterNew* BisDLL::dll_GetKinter() { return dll_slot<KinterNew>(SLOT_KINTER); }
 
 namespace {
 constexpr char kTextSignature[] = "RTM_0101";
+// The block of events that the current model editor puts before the editable form's signature.
+constexpr char kEventSignature[] = "RTM_MDAT";
 constexpr unsigned kNameField = 32;                                   // editable bone names
 constexpr unsigned kTextRecord = kNameField + sizeof(XYZTransform);  // name + 4x3 transform
 constexpr uint64_t kRawThreshold = 1024;  // smaller arrays of versions 3 and 4 are stored raw
@@ -74,7 +76,8 @@ int KinterNew::_guarded(Work&& work) {
 
 int KinterNew::rtm_TypeOfBuffer(unsigned char const* bytes, uint64_t size) {
   if (!bytes) return KIND_FAULTY;
-  if (size >= 8 && std::memcmp(bytes, kTextSignature, 8) == 0) return KIND_TEXT;
+  if (size >= 8 && (std::memcmp(bytes, kTextSignature, 8) == 0 || std::memcmp(bytes, kEventSignature, 8) == 0))
+    return KIND_TEXT;
   if (size >= 9 && std::memcmp(bytes, "BMTR", 4) == 0) {
     uint32_t version = le32(bytes + 4);
     if (version >= 3 && version <= 5 && bytes[8] == 1) return static_cast<int>(version);
@@ -192,7 +195,12 @@ void KinterNew::_open_worker(char const* skeleton) {
 }
 
 void KinterNew::_read_text() {
-  _io.io_MoveTo(8);
+  _io.io_MoveTo(0);
+  if (std::memcmp(_io.io_GetAddressAndUpdate(8), kEventSignature, 8) == 0) {
+    _read_text_events();
+    if (std::memcmp(_io.io_GetAddressAndUpdate(8), kTextSignature, 8) != 0)
+      _io.io_throw(RTMERR_SIGNATURE, "the events are not followed by %s\r\n", kTextSignature);
+  }
   _displacement.x = _io.io_ReadFloat();
   _displacement.y = _io.io_ReadFloat();
   _displacement.z = _io.io_ReadFloat();
@@ -281,14 +289,57 @@ void KinterNew::_read_binarised() {
 void KinterNew::_read_sounds() {
   if (_io.io_ReadUlong() != 0) _io.io_throw(RTMERR_SOUND, "the list before the sounds is not empty\r\n");
   uint32_t const count = _io.io_ReadUlong();
-  // Each sound takes at least its marker, an empty name, its time and its end byte.
+  // Each key stone takes at least its id, an empty name, its time and an empty value.
   if (count > _io.io_RemainingBytes() / 10) _io.io_throw(RTMERR_SOUND, "%u sounds do not fit in the file\r\n", count);
   _sounds.resize(count);
-  for (RTM_Sound& s : _sounds) {
-    if (_io.io_ReadUlong() != 0) throw RTMERR_SOUND;
+  for (RTM_Event& s : _sounds) {
+    s.id = static_cast<int32_t>(_io.io_ReadUlong());
     s.name = _io.io_ReadAsciiz();
     s.time = _io.io_ReadFloat();
-    if (_io.io_ReadByte() != 0) throw RTMERR_SOUND;
+    s.value = _io.io_ReadAsciiz();
+  }
+}
+
+// u32 0, u32 count, then per event its time and two short strings (a length byte, then the
+// characters): the name and the value.
+void KinterNew::_read_text_events() {
+  if (_io.io_ReadUlong() != 0) _io.io_throw(RTMERR_SOUND, "the word before the events is not 0\r\n");
+  uint32_t const count = _io.io_ReadUlong();
+  if (count > _io.io_RemainingBytes() / 6) _io.io_throw(RTMERR_SOUND, "%u events do not fit in the file\r\n", count);
+  auto short_string = [&] {
+    uint32_t n = static_cast<uint8_t>(_io.io_ReadByte());
+    return std::string(reinterpret_cast<char const*>(_io.io_GetAddressAndUpdate(n)), n);
+  };
+  _sounds.resize(count);
+  for (RTM_Event& e : _sounds) {
+    e.time = _io.io_ReadFloat();
+    e.name = short_string();
+    e.value = short_string();
+    e.id = e.value.empty() ? 0 : -1;
+  }
+}
+
+void KinterNew::_write_text_events(BisFileIO& out) {
+  if (_sounds.empty()) return;
+  size_t moved = 0;
+  for (RTM_Event const& e : _sounds) {
+    if (e.name.size() > 255 || e.value.size() > 255)
+      out.io_throw(RTMERR_CANT_CREATE, "event %s is longer than the editable form's 255 characters\r\n",
+                   e.name.substr(0, 64).c_str());
+    moved += e.id != (e.value.empty() ? 0 : -1);
+  }
+  if (moved)
+    out.io_callback("Warning: %zu events have ids the editable form does not keep (0 for a sound, -1 otherwise)\r\n",
+                    moved);
+  out.io_WriteBlock(kEventSignature, 8);
+  out.io_WriteUlong(0);
+  out.io_WriteUlong(static_cast<uint32_t>(_sounds.size()));
+  for (RTM_Event const& e : _sounds) {
+    out.io_WriteFloat(e.time);
+    for (std::string const* text : {&e.name, &e.value}) {
+      out.io_WriteByte(static_cast<uint8_t>(text->size()));
+      if (!text->empty()) out.io_WriteBlock(text->data(), text->size());
+    }
   }
 }
 
@@ -487,7 +538,7 @@ void KinterNew::_write_text(BisFileIO& out) {
       out.io_throw(RTMERR_BONE, "bone name %s is too long for the editable form\r\n", b.name.c_str());
   if (!_model_space && !_has_skeleton && !_bones.empty())
     out.io_callback("Warning: no skeleton given: each bone is written relative to its parent\r\n");
-  if (!_sounds.empty()) out.io_callback("Warning: the editable form keeps no sounds (%zu dropped)\r\n", _sounds.size());
+  _write_text_events(out);
   out.io_WriteBlock(kTextSignature, 8);
   out.io_WriteXYZTriplet(&_displacement);
   out.io_WriteUlong(static_cast<uint32_t>(_times.size()));
@@ -553,11 +604,11 @@ void KinterNew::_write_binarised(BisFileIO& out, int version) {
   if (version >= 4) {
     out.io_WriteUlong(0);
     out.io_WriteUlong(static_cast<uint32_t>(_sounds.size()));
-    for (RTM_Sound const& s : _sounds) {
-      out.io_WriteUlong(0);
+    for (RTM_Event const& s : _sounds) {
+      out.io_WriteUlong(static_cast<uint32_t>(s.id));
       out.io_WriteAsciiz(s.name.c_str());
       out.io_WriteFloat(s.time);
-      out.io_WriteByte(0);
+      out.io_WriteAsciiz(s.value.c_str());
     }
   } else if (!_sounds.empty()) {
     out.io_callback("Warning: version %d keeps no sounds (%zu dropped)\r\n", version, _sounds.size());

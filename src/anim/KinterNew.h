@@ -35,10 +35,15 @@ struct RTM_Bone {
   int parent_index = -1;  // among the animation's bones; -1 for none
 };
 
-// One sound event of a binarised animation.
-struct RTM_Sound {
+// One event of the animation at a moment of its cycle. Binarised files store each as a key stone:
+// a sound marker has id 0 and no value (a footstep's "step"), a named event with a value has id -1.
+// Editable files made by the current model editor carry events in a block before the frames; an
+// event read there without a value is taken for a sound marker, so that both kinds come back.
+struct RTM_Event {
+  int32_t id = 0;
   std::string name;
   float time = 0;
+  std::string value;
 };
 
 class KinterNew {
@@ -86,9 +91,11 @@ class KinterNew {
   // Drops a bone from every frame; its children keep their place in model space and become roots,
   // as the parent their skeleton names is gone. 0, or 13.
   int rtm_RemoveBoneName(unsigned bone);
+  // Every event, sound markers included; null past the last.
   unsigned rtm_GetSoundCount() const { return static_cast<unsigned>(_sounds.size()); }
   char const* rtm_GetSoundName(unsigned sound) const;
   float rtm_GetSoundTime(unsigned sound) const;
+  RTM_Event const* rtm_GetEvent(unsigned event) const { return event < _sounds.size() ? &_sounds[event] : nullptr; }
   // The displacement: how far the whole figure moves over one cycle of the animation.
   XYZTriplet const* rtm_GetVertex() const { return &_displacement; }
   // The u32 after the frame count of binarised animations (0 or 1).
@@ -112,6 +119,8 @@ class KinterNew {
   void _read_text();
   void _read_binarised();
   void _read_sounds();
+  void _read_text_events();
+  void _write_text_events(BisFileIO& out);
   void _read_skeleton(char const* source);
   void _skeleton_from_cfg(char const* source);
   void _skeleton_from_p3d(char const* source);
@@ -132,7 +141,7 @@ class KinterNew {
   uint32_t _bin_flag = 0;
   std::vector<float> _times;
   std::vector<RTM_Bone> _bones;
-  std::vector<RTM_Sound> _sounds;
+  std::vector<RTM_Event> _sounds;  // every event, in the order stored
   bool _has_skeleton = false;
   std::string _skeleton_name;
 

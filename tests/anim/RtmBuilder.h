@@ -62,6 +62,19 @@ inline RtmBytes rtm_text(std::vector<std::string> const& bones, std::vector<XYZT
   return w.b;
 }
 
+// An editable animation with a block of events before it: time, name, value for each.
+struct RtmEventSpec {
+  float time;
+  std::string name, value;
+};
+inline RtmBytes rtm_events(std::vector<RtmEventSpec> const& events, RtmBytes const& text) {
+  RtmWriter w;
+  w.raw("RTM_MDAT", 8).u32(0).u32(uint32_t(events.size()));
+  for (auto const& e : events)
+    w.f32(e.time).u8(uint8_t(e.name.size())).raw(e.name.data(), e.name.size()).u8(uint8_t(e.value.size())).raw(e.value.data(), e.value.size());
+  return w.raw(text.data(), text.size()).b;
+}
+
 // Test cases may run at once in separate processes: every name carries the process id.
 inline std::string rtm_tmp(std::string const& name) {
   return ::testing::TempDir() + "rtm_" + std::to_string(getpid()) + "_" + name;

@@ -44,9 +44,9 @@ RTM_Key key(int16_t qx, int16_t qy, int16_t qz, int16_t qw, float x, float y, fl
 }
 
 // Version 4, two frames of root -> arm -> hand, and one sound.
-RtmBytes three_bone_v4(uint8_t sound_end = 0, uint32_t sound_marker = 0) {
+RtmBytes three_bone_v4() {
   RtmWriter w = bmtr_head(4, 2, {"root", "arm", "hand"});
-  w.u32(0).u32(1).u32(sound_marker).sz("step").f32(0.5f).u8(sound_end);
+  w.u32(0).u32(1).u32(0).sz("step").f32(0.5f).u8(0);
   w.u32(2).f32(0).f32(1);
   // root: a quarter turn about z (stored as is: z is not mirrored), placed at (1, 2, 3), whose x and
   // z are stored negated; arm one unit up its parent's y; hand one unit further.
@@ -172,6 +172,13 @@ TEST(RtmOpen, FaultsEndWithTheirCodes) {
   sounds_many.u32(0).u32(0x10000000);
   RtmWriter list_full = bmtr_head(5, 0, {"a"});
   list_full.u32(1).u32(0);
+  RtmWriter value_open = bmtr_head(4, 0, {"a"});
+  value_open.u32(0).u32(1).u32(uint32_t(-1)).sz("name").f32(0.5f).raw("value", 5);
+  RtmBytes const events = rtm_events({{0.25f, "Step", "Sound"}}, rtm_text({"a"}, {XYZTransform{}}, 1));
+  RtmWriter events_many;
+  events_many.raw("RTM_MDAT", 8).u32(0).u32(0x10000000);
+  RtmWriter events_alone;
+  events_alone.raw("RTM_MDAT", 8).u32(0).u32(0).raw("BMTR\4\0\0\0", 8);
   RtmWriter text_bones;
   text_bones.raw("RTM_0101", 8).f32(0).f32(0).f32(0).u32(1).u32(0x7FFFFFFF);
   RtmBytes text_frames = rtm_text({"a"}, {XYZTransform{}}, 1);
@@ -193,8 +200,10 @@ TEST(RtmOpen, FaultsEndWithTheirCodes) {
       {"a frame of another bone count", bones_lie, RTMERR_BONE},
       {"sounds beyond the file", sounds_many.b, RTMERR_SOUND},
       {"list before the sounds not empty", list_full.b, RTMERR_SOUND},
-      {"sound end byte 1", three_bone_v4(1), RTMERR_SOUND},
-      {"sound marker not 0", three_bone_v4(0, 7), RTMERR_SOUND},
+      {"event value without an end", value_open.b, 1},
+      {"editable event past the file", RtmBytes(events.begin(), events.begin() + 30), 1},
+      {"editable events beyond the file", events_many.b, RTMERR_SOUND},
+      {"editable events not followed by the head", events_alone.b, RTMERR_SIGNATURE},
       {"truncated frames", RtmBytes(full.begin(), full.end() - 5), 1},
       {"editable bones beyond the file", text_bones.b, RTMERR_BONE},
       {"editable frames beyond the file", text_frames, RTMERR_FRAME},
@@ -205,6 +214,38 @@ TEST(RtmOpen, FaultsEndWithTheirCodes) {
     Rtm r;
     EXPECT_EQ(r.open(c.bytes), c.code) << c.what;
     EXPECT_EQ(r.k->rtm_GetBoneCount(), 0u) << c.what;  // nothing half-read stays behind
+  }
+}
+
+// Events of both kinds (a sound marker without a value, a named event with one) through the
+// editable form and every binarised version that has key stones.
+TEST(RtmEvents, KeptThroughEveryForm) {
+  XYZTransform const at_rest{{1, 0, 0}, {0, 1, 0}, {0, 0, 1}, {0, 2, 0}};
+  RtmBytes const text = rtm_events({{0.25f, "Step", "Sound"}, {0.5f, "step", ""}},
+                                   rtm_text({"root", "arm"}, {at_rest, at_rest}, 2));
+  std::string cfg = rtm_write("events.cfg", kTwoSkeletons);
+  Rtm r;
+  ASSERT_EQ(r.open(text, cfg.c_str()), 0);
+  ASSERT_EQ(r.k->rtm_GetSoundCount(), 2u);
+  EXPECT_EQ(r.k->rtm_GetEvent(0)->id, -1);
+  EXPECT_EQ(r.k->rtm_GetEvent(1)->id, 0);
+  std::string const out = rtm_tmp("events.rtm");
+  ASSERT_EQ(r.k->rtm_Create(out.c_str(), KinterNew::KIND_TEXT), 0);
+  EXPECT_TRUE(rtm_read(out) == text);
+  for (int version : {4, 5}) {
+    ASSERT_EQ(r.k->rtm_Create(out.c_str(), version), 0) << version;
+    Rtm bin;
+    ASSERT_EQ(bin.open(rtm_read(out), cfg.c_str()), 0) << version;
+    Rtm back;
+    std::string const again = rtm_tmp("events_again.rtm");
+    ASSERT_EQ(bin.k->rtm_Create(again.c_str(), KinterNew::KIND_TEXT), 0) << version;
+    ASSERT_EQ(back.open(rtm_read(again)), 0) << version;
+    ASSERT_EQ(back.k->rtm_GetSoundCount(), 2u) << version;
+    for (unsigned e = 0; e < 2; ++e) {
+      RTM_Event const &a = *r.k->rtm_GetEvent(e), &b = *bin.k->rtm_GetEvent(e), &c = *back.k->rtm_GetEvent(e);
+      EXPECT_TRUE(a.id == b.id && a.name == b.name && a.time == b.time && a.value == b.value) << version << " " << e;
+      EXPECT_TRUE(a.id == c.id && a.name == c.name && a.time == c.time && a.value == c.value) << version << " " << e;
+    }
   }
 }
 

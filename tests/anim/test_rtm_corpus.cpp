@@ -5,14 +5,33 @@
 #include "RtmBuilder.h"
 #include "anim/KinterNew.h"
 #include "core/BisDLL.h"
+#include "support/CorpusFile.h"
 
 namespace fs = std::filesystem;
 
 namespace {
 std::string const kCorpus = VENDRAK_CORPUS;
 
+// Where an editable file's own head starts: after the block of events the current model editor
+// puts first (u32 0, u32 count, then per event a time and two strings of a length byte each).
+size_t text_head(RtmBytes const& b) {
+  if (b.size() < 16 || std::memcmp(b.data(), "RTM_MDAT", 8) != 0) return 0;
+  uint32_t count;
+  std::memcpy(&count, &b[12], 4);
+  size_t at = 16;
+  for (uint32_t e = 0; e < count && at + 6 <= b.size(); ++e) {
+    at += 4;
+    at += 1 + b[at];
+    at += 1 + b[at];
+  }
+  return at;
+}
+
 std::vector<fs::path> corpus_rtms() {
   std::vector<fs::path> out;
+  // An editable file with events, wherever the corpus keeps it.
+  if (fs::path p = corpus_file("rtm", "armaio_animation_mdat.rtm"); p.parent_path().filename() != "rtm" && fs::exists(p))
+    out.push_back(p);
   for (char const* dir : {"/rtm", "/addon-src/tsp_animate_radio/anim"}) {
     std::error_code ec;
     for (auto const& e : fs::directory_iterator(kCorpus + dir, ec))
@@ -53,12 +72,13 @@ TEST(RtmCorpus, EveryFileOpensAndBinarisedOnesWriteBackIdentical) {
   for (auto const& p : files) {
     RtmBytes b = rtm_read(p);
     bool const binarised = b[0] == 'B';
+    size_t const head = binarised ? 0 : text_head(b);
     for (char const* skeleton : {static_cast<char const*>(nullptr), binarised ? cfg.c_str() : nullptr}) {
       BisDLL dll;
       KinterNew* k = dll.dll_GetKinter();
       ASSERT_EQ(k->rtm_Open(p.c_str(), nullptr, skeleton), 0) << p;
-      EXPECT_EQ(k->rtm_GetFrameCount(), at32(b, binarised ? 21 : 20)) << p;
-      EXPECT_EQ(k->rtm_GetBoneCount(), at32(b, binarised ? 29 : 24)) << p;
+      EXPECT_EQ(k->rtm_GetFrameCount(), at32(b, binarised ? 21 : head + 20)) << p;
+      EXPECT_EQ(k->rtm_GetBoneCount(), at32(b, binarised ? 29 : head + 24)) << p;
       EXPECT_EQ(k->rtm_GetKind(), binarised ? int(at32(b, 4)) : 0) << p;
       for (unsigned f = 0; f < k->rtm_GetFrameCount(); ++f)
         for (unsigned bone = 0; bone < k->rtm_GetBoneCount(); ++bone) ASSERT_NE(k->rtm_GetTransform(f, bone), nullptr);
@@ -166,3 +186,36 @@ TEST(RtmCorpus, BinarisedDogMatchesItsEditableTwin) {
   }
 }
 }  // namespace
+
+// Events of an editable file from the current model editor: listed, written back in the editable
+// form, and carried through a binarised copy as key stones.
+TEST(RtmCorpus, EditableEventsSurviveEveryForm) {
+  fs::path p = corpus_file("rtm", "armaio_animation_mdat.rtm");
+  if (!fs::exists(p)) GTEST_SKIP() << "no corpus file " << p;
+  std::string bin = rtm_tmp("events.rtm"), text = rtm_tmp("events_text.rtm");
+  std::string cfg = rtm_write("events.cfg", R"(class CfgSkeletons { class Four { skeletonBones[] = {
+      "Pelvis", "", "Torso", "Pelvis", "RightArm", "Torso", "LeftArm", "Torso"}; }; };)");
+  BisDLL dll;
+  KinterNew* k = dll.dll_GetKinter();
+  ASSERT_EQ(k->rtm_Open(p.c_str(), nullptr, cfg.c_str()), 0);
+  ASSERT_EQ(k->rtm_Create(text.c_str(), KinterNew::KIND_TEXT), 0);
+  EXPECT_TRUE(rtm_read(text) == rtm_read(p.string())) << "the editable form did not come back unchanged";
+  ASSERT_EQ(k->rtm_GetSoundCount(), 2u);
+  EXPECT_EQ(k->rtm_GetEvent(0)->name, "Step");
+  EXPECT_EQ(k->rtm_GetEvent(0)->value, "Sound");
+  EXPECT_EQ(k->rtm_GetEvent(1)->name, "Test");
+  EXPECT_EQ(k->rtm_GetEvent(1)->value, "Prop");
+  for (int version : {4, 5}) {
+    ASSERT_EQ(k->rtm_Create(bin.c_str(), version), 0) << version;
+    BisDLL again;
+    KinterNew* b = again.dll_GetKinter();
+    ASSERT_EQ(b->rtm_Open(bin.c_str(), nullptr, nullptr), 0) << version;
+    ASSERT_EQ(b->rtm_GetSoundCount(), 2u) << version;
+    for (unsigned e = 0; e < 2; ++e) {
+      EXPECT_EQ(b->rtm_GetEvent(e)->id, -1) << version;
+      EXPECT_EQ(b->rtm_GetEvent(e)->name, k->rtm_GetEvent(e)->name) << version;
+      EXPECT_EQ(b->rtm_GetEvent(e)->value, k->rtm_GetEvent(e)->value) << version;
+      EXPECT_EQ(b->rtm_GetEvent(e)->time, k->rtm_GetEvent(e)->time) << version;
+    }
+  }
+}
