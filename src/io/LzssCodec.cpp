@@ -57,6 +57,7 @@ class WindowChains {
   }
   void insert(uint32_t p) {
     uint32_t h = hash(p);
+    _hash[p & (kRing - 1)] = h;
     _next[p & (kRing - 1)] = kNone;
     if (_tail[h] == kNone)
       _head[h] = p;
@@ -66,7 +67,7 @@ class WindowChains {
   }
   // Positions leave in increasing order, so the one leaving is always its chain's oldest.
   void expire(uint32_t p) {
-    uint32_t h = hash(p);
+    uint32_t h = _hash[p & (kRing - 1)];
     _head[h] = _next[p & (kRing - 1)];
     if (_head[h] == kNone) _tail[h] = kNone;
   }
@@ -78,6 +79,7 @@ class WindowChains {
   int _bits = 8;
   std::vector<uint32_t> _head, _tail;
   std::array<uint32_t, kRing> _next;
+  std::array<uint32_t, kRing> _hash;  // each live position's chain, so that leaving costs no hashing
 };
 
 }  // namespace
@@ -159,11 +161,19 @@ uint64_t LzssCodec::lzss_Compress(uint8_t const* source, uint64_t size, uint8_t*
       // The scan resumes after each candidate's match, never at the next byte: candidates that
       // start inside an earlier match are passed over even when they would match longer.
       uint64_t scan = 0;
-      for (uint32_t p = chains->first(chains->hash(pos)); p != WindowChains::kNone; p = chains->next(p)) {
+      for (uint32_t p = chains->first(chains->hash(pos)), after; p != WindowChains::kNone; p = after) {
+        after = chains->next(p);
         if (p < scan) continue;
-        uint8_t const* cand = source + p;
-        if (cand[0] != cur[0] || cand[1] != cur[1] || cand[2] != cur[2]) continue;
-        uint64_t len = kMinMatch + common_length(cand + kMinMatch, cur + kMinMatch, remaining - kMinMatch);
+        // A candidate that differs where the best match so far ends cannot beat it, and its
+        // exact length only matters if it could reach the next candidate or the current
+        // position (where it would end the scan): otherwise it is passed over unmeasured.
+        if (best && source[p + best] != cur[best] && uint64_t{p} + best < pos &&
+            (after == WindowChains::kNone || uint64_t{p} + best <= after))
+          continue;
+        // One pass from the first byte both tells a hash neighbour (fewer than three bytes in
+        // common) from a candidate and measures the candidate's match.
+        uint64_t len = common_length(source + p, cur, remaining);
+        if (len < kMinMatch) continue;
         if (len > best) {
           best = len;
           best_pos = p;
