@@ -102,3 +102,46 @@ void BM_BinariseRoundTrip(benchmark::State& state) {
 }
 BENCHMARK(BM_BinariseRoundTrip)->Unit(benchmark::kMillisecond);
 }  // namespace
+
+// A big addon's config: the common config's text repeated 240 times, each copy a top-level class
+// of its own (about 13 MB). Counts the text's bytes per second and, as "tree_MB", how far the
+// process's peak memory rose while the first copy was built: the tree's footprint.
+std::vector<char> const& wrapped_text() {
+  static std::vector<char> text = [] {
+    std::vector<char> out;
+    fs::path common = corpus() / "rap" / "ace_common_config.bin";
+    if (!fs::exists(common)) return out;
+    auto bin = slurp(common);
+    BisDLL dll;
+    char const* t = nullptr;
+    if (dll.dll_GetKaltor()->drp_Decode(reinterpret_cast<unsigned char const*>(bin.data()), bin.size(), &t, "bench", -1))
+      return out;
+    std::string one(t);
+    for (int i = 0; i < 240; ++i) {
+      std::string head = "class W" + std::to_string(i) + " {\n";
+      out.insert(out.end(), head.begin(), head.end());
+      out.insert(out.end(), one.begin(), one.end());
+      static char const tail[] = "\n};\n";
+      out.insert(out.end(), tail, tail + 4);
+    }
+    return out;
+  }();
+  return text;
+}
+
+long peak_kb() {
+  std::ifstream status("/proc/self/status");
+  std::string line;
+  while (std::getline(status, line))
+    if (line.rfind("VmHWM:", 0) == 0) return std::atol(line.c_str() + 6);
+  return 0;
+}
+
+void BM_BinariseBigConfig(benchmark::State& state) {
+  auto const& text = wrapped_text();
+  long before = peak_kb();
+  binarise(state, text, "big.cpp");
+  state.counters["tree_MB"] = double(peak_kb() - before) / 1024.0;
+  state.counters["text_MB"] = double(text.size()) / (1 << 20);
+}
+BENCHMARK(BM_BinariseBigConfig)->Unit(benchmark::kMillisecond)->Iterations(5);

@@ -3,14 +3,52 @@
 #include <strings.h>
 
 
+#include <algorithm>
+#include <charconv>
+#include <cstring>
+#include <memory>
+#include <new>
 #include <string>
 #include <unordered_map>
 #include <vector>
 
-// Shared by every node of one tree, owned by the root.
+// Shared by every node of one tree, owned by the root. A big config has millions of nodes, each
+// with a name and a value: they are carved from blocks that live as long as the tree instead of
+// taking three heap allocations each, and go all at once with it.
 struct rap_entry::Root {
   bool externs = false;
   int resolving_depth = 0;  // nested inheritance resolutions in progress
+
+  void* take(size_t size, size_t align) {
+    size_t pad = (align - reinterpret_cast<uintptr_t>(_free) % align) % align;
+    if (pad + size > _left) {
+      size_t block = std::max(size + align, _next_block);
+      _blocks.push_back(std::make_unique<char[]>(block));
+      _free = _blocks.back().get();
+      _left = block;
+      _next_block = std::min<size_t>(_next_block * 2, size_t{1} << 20);
+      pad = (align - reinterpret_cast<uintptr_t>(_free) % align) % align;
+    }
+    char* p = _free + pad;
+    _free = p + size;
+    _left -= pad + size;
+    return p;
+  }
+  // A copy of the text that lives as long as the tree; null for an empty text.
+  char* text(char const* s, size_t n) {
+    if (!n) return nullptr;
+    char* p = static_cast<char*>(take(n + 1, 1));
+    std::memcpy(p, s, n);
+    p[n] = 0;
+    return p;
+  }
+  char* text(char const* s) { return s && *s ? text(s, std::strlen(s)) : nullptr; }
+
+ private:
+  std::vector<std::unique_ptr<char[]>> _blocks;
+  char* _free = nullptr;
+  size_t _left = 0;
+  size_t _next_block = 16 << 10;
 };
 
 // Child classes by lower-cased name (names compare without case), first one of a name wins: keeps
@@ -45,7 +83,9 @@ constexpr int kMaxResolving = 256;
 rap_entry::rap_entry() : TokenPair(nullptr, nullptr), _root(new Root) {}
 
 rap_entry::rap_entry(rap_entry* enclosing, int type, char const* name)
-    : TokenPair(name && *name ? name : nullptr, nullptr), _enclosing(enclosing), _root(enclosing->_root), _type(type) {}
+    : TokenPair(nullptr, nullptr), _enclosing(enclosing), _root(enclosing->_root), _type(type) {
+  if (char* copy = _root->text(name)) tkn_name().str_SetMem(copy);
+}
 
 rap_entry::~rap_entry() {
   rpe_clear();
@@ -56,6 +96,7 @@ void rap_entry::rpe_clear() {
   delete _class_index;
   _class_index = nullptr;
   _class_count = 0;
+  _child_count = 0;
   // Children are freed without recursion: a node's children are spliced into the work list before
   // the node goes, so neither a long sibling list nor a deep tree can exhaust the stack.
   rap_entry* work = _child;
@@ -68,7 +109,7 @@ void rap_entry::rpe_clear() {
       work = n->_child;
       n->_child = n->_last_child = nullptr;
     }
-    delete n;
+    n->~rap_entry();  // its memory belongs to the tree's blocks
   }
 }
 
@@ -108,12 +149,6 @@ rap_entry* rap_entry::rpe_get_next() const {
   for (rap_entry* n = _next; n; n = n->_next)
     if (n->_type == _type) return n;
   return nullptr;
-}
-
-uint64_t rap_entry::rpe_count_children() const {
-  uint64_t n = 0;
-  for (rap_entry* c = _child; c; c = c->_next) ++n;
-  return n;
 }
 
 rap_entry* rap_entry::_child_of(char const* name, int type) const {
@@ -197,19 +232,20 @@ char const* rap_entry::rpe_whoami(GenString& path) const {
 }
 
 rap_entry* rap_entry::_append(int type, char const* name) {
-  auto* n = new rap_entry(this, type, name);
+  auto* n = new (_root->take(sizeof(rap_entry), alignof(rap_entry))) rap_entry(this, type, name);
   if (_last_child)
     _last_child->_next = n;
   else
     _child = n;
   _last_child = n;
+  ++_child_count;
   return n;
 }
 
 rap_entry* rap_entry::rpe_add_class(char const* name, char const* parent) {
   if (rap_entry* existing = _child_of(name ? name : "", RPE_CLASS)) return existing;
   rap_entry* n = _append(RPE_CLASS, name);
-  n->tkn_value() = parent && *parent ? parent : nullptr;
+  n->_set_value(parent);
   ++_class_count;
   if (_class_index) {
     _class_index->map.emplace(lowered(name), n);
@@ -230,44 +266,54 @@ rap_entry* rap_entry::rpe_add_delete(char const* name) { return _append(RPE_DELE
 
 rap_entry* rap_entry::rpe_add_string(char const* name, char const* value) {
   rap_entry* n = _append(RPE_STRING, name);
-  n->tkn_value() = value && *value ? value : nullptr;
+  n->_set_value(value);
   return n;
 }
 
 rap_entry* rap_entry::rpe_add_int(char const* name, int32_t value) {
   rap_entry* n = _append(RPE_INT, name);
   n->_bin.i = value;
-  n->tkn_value().str_SetNumber(value);
+  n->_set_number(value);
   return n;
 }
 
 rap_entry* rap_entry::rpe_add_int64(char const* name, int64_t value) {
   rap_entry* n = _append(RPE_INT64, name);
   n->_bin.i = value;
-  n->tkn_value().str_SetNumber(value);
+  n->_set_number(value);
   return n;
+}
+
+void rap_entry::_set_value(char const* text) {
+  if (char* copy = _root->text(text)) tkn_value().str_SetMem(copy);
+}
+
+void rap_entry::_set_number(int64_t value) {
+  char digits[24];
+  auto end = std::to_chars(digits, digits + sizeof digits, value).ptr;
+  tkn_value().str_SetMem(_root->text(digits, static_cast<size_t>(end - digits)));
 }
 
 namespace {
 // The value's text is the shortest one that reads back to the same bits, as the decoder writes it.
 template <class Real>
-void set_real_text(GenString& value_text, Real value) {
-  GenString text;
-  value_text = text.str_FloatToStr(value, false);
+char const* real_text(Real value) {
+  thread_local GenString text;
+  return text.str_FloatToStr(value, false);
 }
 }  // namespace
 
 rap_entry* rap_entry::rpe_add_float(char const* name, float value) {
   rap_entry* n = _append(RPE_FLOAT, name);
   n->_bin.f = value;
-  set_real_text(n->tkn_value(), value);
+  n->_set_value(real_text(value));
   return n;
 }
 
 rap_entry* rap_entry::rpe_add_double(char const* name, double value) {
   rap_entry* n = _append(RPE_DOUBLE, name);
   n->_bin.d = value;
-  set_real_text(n->tkn_value(), value);
+  n->_set_value(real_text(value));
   return n;
 }
 

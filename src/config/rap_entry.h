@@ -9,7 +9,8 @@
 // their text (and their binary value, so nothing is lost to formatting); arrays hold their
 // elements as unnamed children, nested arrays as unnamed child arrays.
 //
-// A node owns its children. The root node is the caller's; it owns the whole tree.
+// A node owns its children. The root node is the caller's; it owns the whole tree, and the memory
+// of every other node and of their names and values.
 class rap_entry : public TokenPair {
  public:
   enum Type : int {
@@ -48,7 +49,7 @@ class rap_entry : public TokenPair {
   rap_entry* rpe_get_enclosing() const { return _enclosing; }
   // The next sibling of the same type.
   rap_entry* rpe_get_next() const;
-  uint64_t rpe_count_children() const;
+  uint64_t rpe_count_children() const { return _child_count; }
 
   // ---- queries --------------------------------------------------------------
   // Child class by name (compared as GenString does, without case); empty or null: first class.
@@ -92,6 +93,9 @@ class rap_entry : public TokenPair {
   rap_entry* _append(int type, char const* name);
   rap_entry* _find_scoped(char const* name, int type, int flag);
   rap_entry* _child_of(char const* name, int type) const;
+  // The value's text, copied into the tree's own memory.
+  void _set_value(char const* text);
+  void _set_number(int64_t value);
 
   rap_entry* _next = nullptr;
   rap_entry* _child = nullptr;
@@ -100,6 +104,7 @@ class rap_entry : public TokenPair {
   Root* _root = nullptr;  // shared by the whole tree, owned by the root node
   ClassIndex* _class_index = nullptr;  // by name, once a class holds many classes
   uint32_t _class_count = 0;
+  uint32_t _child_count = 0;  // kept as children come, so the writer need not walk them to count
   rap_entry* _inherited = nullptr;
   bool _inherited_done = false;
   bool _resolving = false;
