@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
+#include <charconv>
 #include <cmath>
+#include <cstdio>
 #include <cstring>
 #include <limits>
 #include <string>
@@ -70,6 +72,25 @@ TEST(FloatText, RoundTripsOverTheBitSpace) {
   for (uint32_t u = 0; u < (kSanitized ? 2000u : 100000u); ++u) check(u);
   testing::internal::GetCapturedStderr();
   EXPECT_EQ(failed, 0u);
+}
+
+// Float texts are made with <charconv>; they must be what printf's %.*g made before, or every
+// decoded config would change. Checked over a sweep of the bit space at the precisions used.
+TEST(FloatText, SameDigitsAsPrintf) {
+  const uint64_t samples = kSanitized ? 20000 : 400000, stride = (uint64_t{1} << 32) / samples | 1;
+  int differ = 0;
+  for (uint64_t i = 0; i < samples && differ < 5; ++i) {
+    uint32_t u = static_cast<uint32_t>(i * stride);
+    float v;
+    std::memcpy(&v, &u, 4);
+    if (!std::isfinite(v)) continue;
+    for (int p : {6, 7, 8, 9, 17}) {
+      char a[64], b[64];
+      std::snprintf(a, sizeof a, "%.*g", p, static_cast<double>(v));
+      *std::to_chars(b, b + sizeof b - 1, static_cast<double>(v), std::chars_format::general, p).ptr = 0;
+      if (std::strcmp(a, b) != 0 && differ++ < 5) ADD_FAILURE() << std::hex << u << " " << a << " " << b;
+    }
+  }
 }
 
 TEST(DoubleText, KnownTextsAndRoundTrip) {
