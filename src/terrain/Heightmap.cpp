@@ -116,7 +116,7 @@ void Heightmap::_clear() {
 
 void Heightmap::_check_cell(double cell, char const* what) const {
   if (!(cell >= kMinCell && cell <= kMaxCell))
-    _io.io_throw(GRID_BAD_CELL, "%s of %g m is not a cell size (%g to %g m)\r\n", what, cell, kMinCell, kMaxCell);
+    _io.io_throw(GRID_BAD_CELL, "%s %g m is out of range: cells are %g to %g m wide\r\n", what, cell, kMinCell, kMaxCell);
 }
 
 // Refused before anything is allocated: sizes no terrain has, and sizes the rest of the file could
@@ -148,9 +148,9 @@ void Heightmap::_check_heights() {
   if (bad) {
     float h = _heights[first];
     _io.io_throw(GRID_BAD_ELEVATION,
-                 "%llu elevations are not numbers or lie beyond %g km of sea level: the first, %s, at x %g m, "
+                 "%llu %s not a number or beyond %g km of sea level: the first, %s, at x %g m, "
                  "z %g m (column %llu, row %llu from the south)\r\n",
-                 ull(bad), kMaxElevation / 1000, float_text(h).c_str(), double(first % _cols) * _cell,
+                 ull(bad), bad == 1 ? "elevation is" : "elevations are", kMaxElevation / 1000, float_text(h).c_str(), double(first % _cols) * _cell,
                  double(first / _cols) * _cell, ull(first % _cols), ull(first / _cols));
   }
   _min = lo;
@@ -323,10 +323,11 @@ void Heightmap::_read_asc(char const* text, char const* end) {
   _check_cell(cell, "cellsize");
   auto cols = uint64_t(keys[NCOLS]), rows = uint64_t(keys[NROWS]);
   if (!data) _io.io_throw(GRID_ROW_LENGTH, "the grid has no rows after its header; nrows is %llu\r\n", ull(rows));
-  _check_size(cols, rows, uint64_t(end - line.data()));
+  _check_size(cols, rows, UINT64_MAX);
   if (cell * double(std::max(cols, rows)) > kMaxWorld)
     _io.io_throw(GRID_BAD_CELL, "%llu cells of %g m make a terrain %g km across, more than any real one\r\n",
                  ull(std::max(cols, rows)), cell, cell * double(std::max(cols, rows)) / 1000);
+  _check_size(cols, rows, uint64_t(end - line.data()));
 
   _cols = uint32_t(cols);
   _rows = uint32_t(rows);
@@ -369,9 +370,9 @@ void Heightmap::_read_asc(char const* text, char const* end) {
     _io.io_throw(GRID_ROW_LENGTH, "the grid ends after %llu rows; nrows is %llu\r\n", ull(row), ull(rows));
   if (missing)
     _io.io_throw(GRID_BAD_ELEVATION,
-                 "%llu cells hold the no-data value %g (the first on line %llu, value %llu); a terrain needs an "
+                 "%llu %s the no-data value %g (the first on line %llu, value %llu); a terrain needs an "
                  "elevation everywhere: fill them in first\r\n",
-                 ull(missing), double(nodata), ull(missing_line), ull(missing_column));
+                 ull(missing), missing == 1 ? "cell holds" : "cells hold", double(nodata), ull(missing_line), ull(missing_column));
   _check_heights();
 }
 
