@@ -159,7 +159,17 @@ CommandRegistrar from_heightmap_command(
            ->required();
        sub.add_option("OUT", o->out, "The terrain to write (.wrp)")->required();
        sub.add_option("--cell", o->cell, "The cell size in metres, instead of the grid's own")
-           ->check(CLI::PositiveNumber);
+           ->check(CLI::Validator(
+               [](std::string& text) -> std::string {
+                 double v = 0;
+                 try {
+                   v = std::stod(text);
+                 } catch (...) {
+                 }
+                 if (v >= Heightmap::kMinCell && v <= Heightmap::kMaxCell) return {};
+                 return "cells are 0.01 to 10000 m wide, not '" + text + "'";
+               },
+               "METRES"));
        sub.add_option("--objects", o->objects,
                       "Objects to place: a listing as 'vendrak wrp objects' writes it (txt or csv)");
        sub.add_flag("-f,--force", o->force, "Replace an existing output file");
