@@ -50,7 +50,8 @@ struct Fields {
   char const* end;
   bool commas;  // commas and semicolons separate too
 
-  Fields(std::string_view line, bool with_commas) : at(line.data()), end(line.data() + line.size()), commas(with_commas) {}
+  Fields(std::string_view line, bool with_commas)
+      : at(line.data()), end(line.data() + line.size()), commas(with_commas) {}
   bool sep(char c) const { return commas ? is_separator(c) : is_blank(c); }
   bool next(std::string_view& field) {
     while (at < end && sep(*at)) ++at;

@@ -114,9 +114,17 @@ void Heightmap::_clear() {
   _min = _max = 0;
 }
 
-void Heightmap::_check_cell(double cell, char const* what) const {
-  if (!(cell >= kMinCell && cell <= kMaxCell))
-    _io.io_throw(GRID_BAD_CELL, "%s %g m is out of range: cells are %g to %g m wide\r\n", what, cell, kMinCell, kMaxCell);
+// A terrain keeps its cell size as a float: the grid keeps it the same way, so that a size passes
+// or fails alike whichever way it arrives. `across` cells of it may make no world wider than any.
+double Heightmap::_check_cell(double cell, uint64_t across, char const* what) const {
+  float stored = float(cell);
+  if (!(stored >= float(kMinCell) && stored <= float(kMaxCell)))
+    _io.io_throw(GRID_BAD_CELL, "%s %g m is out of range: cells are %g to %g m wide\r\n", what, cell, kMinCell,
+                 kMaxCell);
+  if (double(stored) * double(across) > kMaxWorld)
+    _io.io_throw(GRID_BAD_CELL, "%llu cells of %g m make a terrain %g km across, more than any real one\r\n",
+                 ull(across), cell, double(stored) * double(across) / 1000);
+  return stored;
 }
 
 // Refused before anything is allocated: sizes no terrain has, and sizes the rest of the file could
@@ -150,8 +158,8 @@ void Heightmap::_check_heights() {
     _io.io_throw(GRID_BAD_ELEVATION,
                  "%llu %s not a number or beyond %g km of sea level: the first, %s, at x %g m, "
                  "z %g m (column %llu, row %llu from the south)\r\n",
-                 ull(bad), bad == 1 ? "elevation is" : "elevations are", kMaxElevation / 1000, float_text(h).c_str(), double(first % _cols) * _cell,
-                 double(first / _cols) * _cell, ull(first % _cols), ull(first / _cols));
+                 ull(bad), bad == 1 ? "elevation is" : "elevations are", kMaxElevation / 1000, float_text(h).c_str(),
+                 double(first % _cols) * _cell, double(first / _cols) * _cell, ull(first % _cols), ull(first / _cols));
   }
   _min = lo;
   _max = hi;
@@ -171,13 +179,11 @@ int Heightmap::hm_FromTerrain(Tessak const& terrain) {
     double cx = grid * layer.x / map.x, cy = grid * layer.y / map.y;
     if (!(std::fabs(cx - cy) <= 1e-6 * std::max(std::fabs(cx), std::fabs(cy))))
       _io.io_throw(GRID_NOT_SQUARE, "the terrain's map cells are %g m by %g m; a grid holds square cells\r\n", cx, cy);
-    _check_cell(cx, "the terrain's map cell");
-    if (cx * std::max(map.x, map.y) > kMaxWorld)
-      _io.io_throw(GRID_BAD_CELL, "a terrain %g km across is no real one\r\n", cx * std::max(map.x, map.y) / 1000);
+    double cell = _check_cell(cx, std::max(map.x, map.y), "the terrain's map cell");
     try {
       _cols = map.x;
       _rows = map.y;
-      _cell = cx;
+      _cell = cell;
       _heights.assign(heights, heights + uint64_t(map.x) * map.y);
       _check_heights();
     } catch (...) {
@@ -191,11 +197,7 @@ int Heightmap::hm_FromTerrain(Tessak const& terrain) {
 int Heightmap::hm_ToTerrain(Tessak& terrain, double cell) const {
   return bis_guarded_call<GridErrors>(_io, kDetectedError, GE_UNKNOWN_EXCEPTION, [&] {
     if (!_cols || !_rows) _io.io_throw(GRID_BAD_SIZE, "no grid has been read\r\n");
-    if (cell == 0) cell = _cell;
-    _check_cell(cell, "the cell size");
-    if (cell * std::max(_cols, _rows) > kMaxWorld)
-      _io.io_throw(GRID_BAD_CELL, "%u cells of %g m make a terrain %g km across, more than any real one\r\n",
-                   std::max(_cols, _rows), cell, cell * std::max(_cols, _rows) / 1000);
+    cell = _check_cell(cell == 0 ? _cell : cell, std::max(_cols, _rows), "the cell size");
     // The game pages its terrains in squares: sides other than a power of two need resampling there.
     auto power_of_two = [](uint32_t v) { return (v & (v - 1)) == 0; };
     if (!power_of_two(_cols) || !power_of_two(_rows))
@@ -320,13 +322,10 @@ void Heightmap::_read_asc(char const* text, char const* end) {
   } else if (seen[DX] || seen[DY]) {
     _io.io_throw(GRID_BAD_HEADER, "the header gives both cellsize and dx/dy\r\n");
   }
-  _check_cell(cell, "cellsize");
   auto cols = uint64_t(keys[NCOLS]), rows = uint64_t(keys[NROWS]);
-  if (!data) _io.io_throw(GRID_ROW_LENGTH, "the grid has no rows after its header; nrows is %llu\r\n", ull(rows));
   _check_size(cols, rows, UINT64_MAX);
-  if (cell * double(std::max(cols, rows)) > kMaxWorld)
-    _io.io_throw(GRID_BAD_CELL, "%llu cells of %g m make a terrain %g km across, more than any real one\r\n",
-                 ull(std::max(cols, rows)), cell, cell * double(std::max(cols, rows)) / 1000);
+  cell = _check_cell(cell, std::max(cols, rows), "cellsize");
+  if (!data) _io.io_throw(GRID_ROW_LENGTH, "the grid has no rows after its header; nrows is %llu\r\n", ull(rows));
   _check_size(cols, rows, uint64_t(end - line.data()));
 
   _cols = uint32_t(cols);
@@ -356,8 +355,9 @@ void Heightmap::_read_asc(char const* text, char const* end) {
       if (seen[NODATA] && h == nodata) {
         if (!missing++) missing_line = lines.number, missing_column = column + 1;
       } else if (!(std::fabs(h) <= kMaxElevation)) {
-        _io.io_throw(GRID_BAD_ELEVATION, "line %llu, value %llu: %s is no elevation (NaN, infinite or beyond %g km)\r\n",
-                     ull(lines.number), ull(column + 1), shown(word).c_str(), kMaxElevation / 1000);
+        _io.io_throw(GRID_BAD_ELEVATION,
+                     "line %llu, value %llu: %s is no elevation (NaN, infinite or beyond %g km)\r\n", ull(lines.number),
+                     ull(column + 1), shown(word).c_str(), kMaxElevation / 1000);
       }
       out[column++] = h;
     } while (f.next(word));
@@ -372,7 +372,8 @@ void Heightmap::_read_asc(char const* text, char const* end) {
     _io.io_throw(GRID_BAD_ELEVATION,
                  "%llu %s the no-data value %g (the first on line %llu, value %llu); a terrain needs an "
                  "elevation everywhere: fill them in first\r\n",
-                 ull(missing), missing == 1 ? "cell holds" : "cells hold", double(nodata), ull(missing_line), ull(missing_column));
+                 ull(missing), missing == 1 ? "cell holds" : "cells hold", double(nodata), ull(missing_line),
+                 ull(missing_column));
   _check_heights();
 }
 
@@ -449,18 +450,18 @@ void Heightmap::_read_xyz(char const* text, char const* end) {
   uint64_t cols = uint64_t(std::llround(cells_x)) + 1, rows = uint64_t(std::llround(cells_y)) + 1;
   double sx = cols > 1 ? (x1 - x0) / double(cols - 1) : step, sy = rows > 1 ? (y1 - y0) / double(rows - 1) : step;
   if (std::fabs(sx - sy) > 1e-4 * std::max(sx, sy))
-    _io.io_throw(GRID_NOT_SQUARE, "the points lie %g m apart east-west and %g m north-south; a terrain's cells are square\r\n",
-                 sx, sy);
+    _io.io_throw(GRID_NOT_SQUARE,
+                 "the points lie %g m apart east-west and %g m north-south; a terrain's cells are square\r\n", sx, sy);
   double cell = cols > 1 ? sx : sy;
-  _check_cell(cell, "the points' spacing");
   _check_size(cols, rows, UINT64_MAX);
+  double stored = _check_cell(cell, std::max(cols, rows), "the points' spacing");
   if (cols * rows != count)
     _io.io_throw(GRID_IRREGULAR, "%llu points do not fill a grid of %llu x %llu points %g m apart\r\n", ull(count),
                  ull(cols), ull(rows), cell);
 
   _cols = uint32_t(cols);
   _rows = uint32_t(rows);
-  _cell = cell;
+  _cell = stored;
   // A cell still NaN has no point yet: the elevations themselves are never NaN.
   _heights.assign(cols * rows, std::numeric_limits<float>::quiet_NaN());
   Lines second(text, end);

@@ -80,7 +80,7 @@ class Heightmap {
   float _min = 0, _max = 0;
 
   void _clear();
-  void _check_cell(double cell, char const* what) const;
+  double _check_cell(double cell, uint64_t across, char const* what) const;
   void _check_size(uint64_t cols, uint64_t rows, uint64_t bytes_left) const;
   void _check_heights();
   void _read_text(char const* text, char const* end);

@@ -129,7 +129,8 @@ MapRenderer::ObjectKind MapRenderer::KindOfModel(std::string_view path) {
       has_any(name, kTreeWords))
     return OBJECT_TREE;
   if (folder_starts({"rock", "wall", "fence"}) || has_any(name, kOtherWords)) return OBJECT_OTHER;
-  bool dum = starts(name, "dum") && name.size() > 3 && (std::isdigit(static_cast<unsigned char>(name[3])) || name[3] == '_');
+  bool dum =
+      starts(name, "dum") && name.size() > 3 && (std::isdigit(static_cast<unsigned char>(name[3])) || name[3] == '_');
   if (folder_starts({"struct", "build", "house"}) || has_any(name, kBuildingWords) || dum) return OBJECT_BUILDING;
   return OBJECT_OTHER;
 }

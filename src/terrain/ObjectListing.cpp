@@ -49,25 +49,27 @@ int ObjectListing::ol_Write(Tessak const& terrain, char const* file, bool csv) c
     if (!_io.io_CreateFile(file)) throw GE_CANNOT_WRITE;
     std::string text;
     if (csv) text = "id,model,x,y,z,direction,scale\n";
-    std::vector<char> line(256);
+    char numbers[256];
     for (WRP_Object const& obj : terrain.wrp_Objects()) {
       XYZTransform copy = obj.transform;
       BisTransform tr;
       tr.SetTransformArray(&copy, false);
       std::string const* model = terrain.wrp_TemplateOf(obj);
-      double dir = tr.GetDirectionInDegrees();
-      char const* format = csv ? "%u,\"%s\",%.3f,%.3f,%.3f,%.3f,%.4f\n" : "%u %s %.3f %.3f %.3f %.3f %.4f\n";
-      char const* name = model ? model->c_str() : csv ? "" : "-";
-      for (;;) {
-        int n = std::snprintf(line.data(), line.size(), format, obj.id, name, tr.GetX(), tr.GetZ(), tr.GetY(), dir,
-                              tr.GetScale());
-        if (n < 0) throw GE_CODE_BUG;
-        if (size_t(n) < line.size()) {
-          text.append(line.data(), size_t(n));
-          break;
-        }
-        line.resize(size_t(n) + 1);
+      text += std::to_string(obj.id);
+      // The model's bytes as they are; CSV doubles its quotes.
+      if (csv) {
+        text += ",\"";
+        for (char c : model ? *model : std::string()) text.append(c == '"' ? 2 : 1, c);
+        text += '"';
+      } else {
+        text += ' ';
+        text += model ? *model : "-";
       }
+      char const* format = csv ? ",%.3f,%.3f,%.3f,%.3f,%.4f\n" : " %.3f %.3f %.3f %.3f %.4f\n";
+      int n = std::snprintf(numbers, sizeof numbers, format, tr.GetX(), tr.GetZ(), tr.GetY(),
+                            tr.GetDirectionInDegrees(), tr.GetScale());
+      if (n < 0 || size_t(n) >= sizeof numbers) throw GE_CODE_BUG;
+      text.append(numbers, size_t(n));
       if (text.size() >= (1 << 20)) _io.io_WriteBlock(text.data(), text.size()), text.clear();
     }
     _io.io_WriteBlock(text.data(), text.size());
@@ -127,7 +129,8 @@ void ObjectListing::_read_text(char const* text, char const* end) {
       size_t id_end = 0;
       while (id_end < line.size() && !is_blank(line[id_end]) && line[id_end] != ',') ++id_end;
       Entry e;
-      if (!to_number(line.substr(0, id_end), e.id)) bad("the id is not a whole number from 0 to 4294967295:", line.substr(0, id_end));
+      if (!to_number(line.substr(0, id_end), e.id))
+        bad("the id is not a whole number from 0 to 4294967295:", line.substr(0, id_end));
       std::string model;
       std::string_view numbers[5];
       if (id_end < line.size() && line[id_end] == ',') {
@@ -183,7 +186,7 @@ void ObjectListing::_read_text(char const* text, char const* end) {
       }
       if (std::fabs(e.x) > kMaxPosition || std::fabs(e.y) > kMaxPosition || std::fabs(e.z) > kMaxPosition)
         bad("the object stands farther away than any terrain reaches:", line);
-      if (!(e.scale > 0 && e.scale <= kMaxScale)) bad("the scale is not one an object can have:", numbers[4]);
+      if (!(e.scale >= kMinScale && e.scale <= kMaxScale)) bad("the scale is not one an object can have:", numbers[4]);
       auto [it, added] = known.try_emplace(model, uint32_t(_models.size()));
       if (added) _models.push_back(model);
       e.model = it->second;

@@ -25,8 +25,9 @@ class ObjectListing {
     uint32_t model = 0;  // a position in ol_Models()
     double x = 0, y = 0, z = 0, direction = 0, scale = 1;
   };
-  // No object stands farther than this from the origin, nor is scaled beyond this.
+  // No object stands farther than this from the origin, nor is scaled beyond these.
   static constexpr double kMaxPosition = 1e7;
+  static constexpr double kMinScale = 0.001;
   static constexpr double kMaxScale = 1000;
 
   explicit ObjectListing(BisDLL* dll = nullptr);

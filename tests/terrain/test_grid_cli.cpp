@@ -25,7 +25,8 @@ TEST(GridCli, HeightmapsAndMapsThroughTheTool) {
     char const* out;  // expected in standard output
     char const* err;  // expected in standard error
   } const cases[] = {
-      {"wrp heightmap " + q("t.wrp") + " -o " + q("t.asc"), 0, "8 x 8 heights of 20 m cells, -3 m to 6.4500003 m\n", ""},
+      {"wrp heightmap " + q("t.wrp") + " -o " + q("t.asc"), 0, "8 x 8 heights of 20 m cells, -3 m to 6.4500003 m\n",
+       ""},
       {"wrp heightmap " + q("t.wrp") + " -o " + q("t.PNG"), 0, "-3 m (black) to 6.4500003 m (white)", ""},
       {"wrp heightmap " + q("t.wrp") + " -o " + q("t.xyz"), 0, "", ""},
       {"wrp heightmap " + q("t.wrp") + " -o - --format asc", 0, "ncols 8\nnrows 8\n", "8 x 8 heights"},

@@ -160,10 +160,11 @@ TEST(Heightmap, ReadsWhatGisToolsWrite) {
     std::vector<float> south_first;
   } const cases[] = {
       {"CR LF, tabs, centre, no-data unused, upper case",
-       "NCOLS 2\r\nNROWS 2\r\nXLLCENTER 200000\r\nYLLCENTER 0\r\nCELLSIZE 5\r\nNODATA_VALUE -9999\r\n1\t2\r\n3 +4e0\r\n",
+       "NCOLS 2\r\nNROWS 2\r\nXLLCENTER 200000\r\nYLLCENTER 0\r\nCELLSIZE 5\r\nNODATA_VALUE -9999\r\n"
+       "1\t2\r\n3 +4e0\r\n",
        2, 2, 5, {3, 4, 1, 2}},
-      {"byte order mark, dx and dy, no corner, no last line end", "\xEF\xBB\xBFncols 1\nnrows 2\ndx 2\ndy 2\n7\n8", 1,
-       2, 2, {8, 7}},
+      {"byte order mark, dx and dy, no corner, no last line end",
+       "\xEF\xBB\xBFncols 1\nnrows 2\ndx 2\ndy 2\n7\n8", 1, 2, 2, {8, 7}},
       {"xyz with column names and commas", "x,y,z\n0,10,1\n10,10,2\n0,0,3\n10,0,4\n", 2, 2, 10, {3, 4, 1, 2}},
       {"xyz column by column, south first, offset origin",
        "500 100 1\n500 102.5 2\n502.5 100 3\n502.5 102.5 4\n", 2, 2, 2.5, {1, 3, 2, 4}},
@@ -253,7 +254,7 @@ TEST(ObjectListing, ListingsPlaceTheirObjectsBack) {
   TempFolder tmp;
   Loaded src;
   fill_small(*src.t, 4, 8, 0);
-  src.t->wrp_EditTemplates() = {"ca\\plants2\\tree\\t_pinus.p3d", "ca\\structures\\house a.p3d"};
+  src.t->wrp_EditTemplates() = {"ca\\plants2\\tree\\t_pinus.p3d", "ca\\structures\\house \"a\".p3d"};
   struct Placed {
     double x, y, z, dir, scale;
   } const placed[] = {{10.5, 200.25, 31.125, 90, 1}, {0, 0, -2.5, 45.5, 0.85}, {319.999, 12, 7, 270.25, 1.25}};
@@ -275,7 +276,7 @@ TEST(ObjectListing, ListingsPlaceTheirObjectsBack) {
     ASSERT_EQ(in.ol_Read(file.c_str()), 0) << get_file(file);
     Loaded made;
     fill_small(*made.t, 4, 8, 0);
-    made.t->wrp_EditTemplates() = {"ca\\structures\\house a.p3d"};  // a template the terrain has already
+    made.t->wrp_EditTemplates() = {"ca\\structures\\house \"a\".p3d"};  // a template the terrain has already
     ASSERT_EQ(in.ol_PlaceOn(*made.t), 0);
     EXPECT_EQ(made.t->wrp_Templates().size(), 2u);
     std::string again = tmp / "again.txt";
