@@ -129,6 +129,13 @@ TEST(Heightmap, CorpusTerrainsGiveTheirStoredElevations) {
       if (version != 3) {
         EXPECT_EQ(read.hm.hm_CellSize(), c.cell) << c.file << " v" << version;
       }
+      Loaded made;
+      Grid again;
+      ASSERT_EQ(read.hm.hm_ToTerrain(*made.t), 0);
+      ASSERT_EQ(again.hm.hm_FromTerrain(*made.t), 0);
+      std::string second = tmp / "again.asc";
+      ASSERT_EQ(again.hm.hm_Write(second.c_str(), Heightmap::FORM_ASC), 0);
+      EXPECT_TRUE(get_file(second) == get_file(asc)) << c.file << " v" << version;
 
       ASSERT_EQ(g.hm.hm_Write(png.c_str(), Heightmap::FORM_PNG), 0);
       std::string bytes = get_file(png);
@@ -148,6 +155,33 @@ TEST(Heightmap, CorpusTerrainsGiveTheirStoredElevations) {
       EXPECT_EQ(*dark, 0);
       EXPECT_EQ(*light, *hi > *lo ? 65535 : 0);
     }
+  }
+}
+
+// Every kind the terrain tool writes gives back its stored elevations; the single-grid kinds keep
+// twentieths of a metre, so the heights are made of those.
+TEST(Heightmap, EveryKindGivesItsElevations) {
+  struct Kind {
+    char const* signature;
+    uint32_t version, side;
+  } const kinds[] = {{"8WVR", 0, 16},  {"9WBV", 0, 16},  {"4WVR", 0, 16},  {"1WVR", 0, 16},  {"OPRW", 2, 256},
+                     {"OPRW", 3, 16},  {"OPRW", 17, 16}, {"OPRW", 20, 16}, {"OPRW", 24, 16}, {"OPRW", 33, 16}};
+  TempFolder tmp;
+  for (auto const& k : kinds) {
+    Loaded src;
+    src.t->wrp_SetGrids({k.side, k.side}, {k.side, k.side}, 10);
+    std::vector<float> h(k.side * k.side);
+    for (size_t i = 0; i < h.size(); ++i) h[i] = float(int(i * 37 % 2001) - 1000) * Tessak::kHeightStep;
+    src.t->wrp_SetElevations(h.data());
+    src.t->wrp_EditTextures().resize(1);  // every layer cell names the empty first entry
+    std::string file = tmp / "k.wrp";
+    ASSERT_EQ(src.t->wrp_Create(file.c_str(), k.signature, k.version), 0) << k.signature << k.version;
+    Loaded back;
+    ASSERT_EQ(back.t->wrp_Open(file.c_str()), 0);
+    Grid g;
+    ASSERT_EQ(g.hm.hm_FromTerrain(*back.t), 0) << k.signature << k.version;
+    EXPECT_TRUE(same_heights(*src.t, g.hm)) << k.signature << k.version;
+    EXPECT_EQ(g.hm.hm_Min(), *std::min_element(h.begin(), h.end()));
   }
 }
 
