@@ -74,7 +74,13 @@ bool to_number(std::string_view field, T& value) {
   auto [p, ec] = std::from_chars(s, e, value);
   if (ec == std::errc::result_out_of_range && p == e) {
     if constexpr (std::is_floating_point_v<T>) {
-      value = *s == '-' ? -HUGE_VAL : HUGE_VAL;  // too large even for the type: refused as out of range
+      // Beyond the type: a negative exponent means too small to tell from zero, anything else too
+      // large, which the caller refuses as out of range.
+      std::string_view digits(s, size_t(e - s));
+      size_t exponent = digits.find_first_of("eE");
+      bool tiny = exponent != std::string_view::npos && exponent + 1 < digits.size() && digits[exponent + 1] == '-';
+      T magnitude = tiny ? T(0) : T(HUGE_VAL);
+      value = *s == '-' ? -magnitude : magnitude;
       return true;
     }
   }

@@ -197,6 +197,7 @@ TEST(Heightmap, ReadsWhatGisToolsWrite) {
        "NCOLS 2\r\nNROWS 2\r\nXLLCENTER 200000\r\nYLLCENTER 0\r\nCELLSIZE 5\r\nNODATA_VALUE -9999\r\n"
        "1\t2\r\n3 +4e0\r\n",
        2, 2, 5, {3, 4, 1, 2}},
+      {"a height too small for a float", "ncols 2\nnrows 1\ncellsize 1\n1e-60 -2.5\n", 2, 1, 1, {0, -2.5}},
       {"byte order mark, dx and dy, no corner, no last line end",
        "\xEF\xBB\xBFncols 1\nnrows 2\ndx 2\ndy 2\n7\n8", 1, 2, 2, {8, 7}},
       {"xyz with column names and commas", "x,y,z\n0,10,1\n10,10,2\n0,0,3\n10,0,4\n", 2, 2, 10, {3, 4, 1, 2}},
