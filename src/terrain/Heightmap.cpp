@@ -535,13 +535,20 @@ void Heightmap::_write_xyz(BisFileIO& out) const {
   std::string text;
   text.reserve(kBlock + 128);
   double cell = decimal_cell(_cell);
+  // Every row repeats the same eastings: their texts are made once.
+  std::vector<char> eastings(size_t(_cols) * 24);
+  std::vector<uint8_t> lengths(_cols);
+  for (uint32_t c = 0; c < _cols; ++c)
+    lengths[c] = uint8_t(put_coordinate(&eastings[c * 24], double(c) * cell) - &eastings[c * 24]);
   char line[128];
   for (uint64_t r = _rows; r-- > 0;) {
     float const* row = _heights.data() + r * _cols;
     char y[32];
     size_t ny = size_t(put_coordinate(y, double(r) * cell) - y);
     for (uint32_t c = 0; c < _cols; ++c) {
-      char* e = put_coordinate(line, double(c) * cell);
+      char* e = line;
+      std::memcpy(e, &eastings[c * 24], lengths[c]);
+      e += lengths[c];
       *e++ = ' ';
       std::memcpy(e, y, ny);
       e += ny;
