@@ -13,23 +13,13 @@
 #include "Command.h"
 #include "TextOut.h"
 #include "Console.h"
-#include "anim/BisTransform.h"
+#include "WrpCommon.h"
 #include "core/BisDLL.h"
+#include "terrain/ObjectListing.h"
 #include "terrain/Tessak.h"
 
 namespace {
 using ojson = nlohmann::ordered_json;
-
-// Opens a terrain with progress shown only when asked; warnings always reach standard error.
-int open_terrain(BisDLL& dll, std::string const& path, bool verbose) {
-  if (int r = cli_check_input(path)) return r;
-  Tessak* t = dll.dll_GetTessak();
-  t->wrp_GetIO()->io_SetStdioCallBack(verbose ? cli_print_stderr : cli_print_nothing);
-  t->wrp_GetIO()->io_SetErrCallBack(cli_print_stderr);
-  int r = t->wrp_Open(path.c_str());
-  if (r) cli_error(path, std::string(Tessak::ErrorString(r)) + " (" + std::to_string(r) + ")");
-  return r;
-}
 
 std::string kind_name(Tessak const& t) {
   std::string s = Tessak::SignatureOfKind(t.wrp_Kind());
@@ -103,36 +93,17 @@ struct ObjectsOptions {
 };
 
 // One object per line, as terrain editors import them: x east, y north, z the height above sea
-// level, the direction in degrees and the scale.
+// level, the direction in degrees and the scale. `wrp from-heightmap --objects` reads it back.
 int run_objects(ObjectsOptions const& o) {
   BisDLL dll;
   if (int r = open_terrain(dll, o.file, false)) return r;
-  Tessak const& t = *dll.dll_GetTessak();
   OutputFile out(o.out, o.force);
   if (int r = out.open()) return r;
-  FILE* f = std::fopen(out.path(), "wb");
-  if (!f) {
-    cli_error(o.out, std::strerror(errno));
-    return 6;
-  }
-  bool csv = o.format == "csv";
-  if (csv) std::fputs("id,model,x,y,z,direction,scale\n", f);
-  for (WRP_Object const& obj : t.wrp_Objects()) {
-    XYZTransform copy = obj.transform;
-    BisTransform tr;
-    tr.SetTransformArray(&copy, false);
-    std::string const* model = t.wrp_TemplateOf(obj);
-    double dir = tr.GetDirectionInDegrees();
-    if (csv)
-      std::fprintf(f, "%u,\"%s\",%.3f,%.3f,%.3f,%.3f,%.4f\n", obj.id, model ? model->c_str() : "", tr.GetX(),
-                   tr.GetZ(), tr.GetY(), dir, tr.GetScale());
-    else
-      std::fprintf(f, "%u %s %.3f %.3f %.3f %.3f %.4f\n", obj.id, model ? model->c_str() : "-", tr.GetX(), tr.GetZ(),
-                   tr.GetY(), dir, tr.GetScale());
-  }
-  if (std::fclose(f) != 0) {
-    cli_error(o.out, std::strerror(errno));
-    return 6;
+  ObjectListing listing(&dll);
+  listing.ol_GetIO()->io_SetErrCallBack(cli_print_stderr);
+  if (int r = listing.ol_Write(*dll.dll_GetTessak(), out.path(), o.format == "csv")) {
+    cli_error(o.out, std::string(ObjectListing::ErrorString(r)) + " (" + std::to_string(r) + ")");
+    return r;
   }
   return out.commit();
 }

@@ -185,9 +185,10 @@ void BisFileIO::io_CloseInput() {
   _s->in_name.Clear();
 }
 
-void BisFileIO::io_CloseOutput() {
-  if (_s->out) std::fclose(_s->out);
+bool BisFileIO::io_CloseOutput() {
+  bool ok = !_s->out || std::fclose(_s->out) == 0;
   _s->out = nullptr;
+  return ok;
 }
 
 void BisFileIO::io_Close() {

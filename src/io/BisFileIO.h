@@ -35,7 +35,8 @@ class BisFileIO {
   time_t io_OpenFile(wchar_t const* name, wchar_t const* default_ext = nullptr, int flags = 0);
   void io_OpenPseudoFile(void const* buffer, uint64_t size);
   void io_CloseInput();
-  void io_CloseOutput();
+  // False when the last buffered bytes could not be written (a full disk shows only here).
+  bool io_CloseOutput();
   void io_Close();
 
   bool io_ReadActive() const;

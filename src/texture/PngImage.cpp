@@ -109,8 +109,9 @@ bool read_png(png_structp png, png_infop info, png_infop end, PngImage& out, int
 }
 
 bool write_png(png_structp png, png_infop info, PngImage const& image, std::vector<png_text>& texts,
-               std::vector<png_bytep>& rows) {
+               std::vector<png_bytep>& rows, int level) {
   if (setjmp(png_jmpbuf(png))) return false;
+  if (level >= 0 && level <= 9) png_set_compression_level(png, level);
   static int const kColour[] = {0, PNG_COLOR_TYPE_GRAY, PNG_COLOR_TYPE_GRAY_ALPHA, PNG_COLOR_TYPE_RGB,
                                 PNG_COLOR_TYPE_RGB_ALPHA};
   png_set_IHDR(png, info, image.width, image.height, image.bit_depth, kColour[image.channels],
@@ -154,7 +155,7 @@ std::string PngImage::decode(uint8_t const* data, size_t size, PngImage& out, in
   return failure.text[0] ? failure.text : "damaged PNG";
 }
 
-std::string PngImage::encode(std::vector<uint8_t>& out) const {
+std::string PngImage::encode(std::vector<uint8_t>& out, int level) const {
   if (width == 0 || height == 0 || width > 0x7FFFFFFF || height > 0x7FFFFFFF)
     return "a PNG needs a width and a height";
   if (channels < 1 || channels > 4 || (bit_depth != 8 && bit_depth != 16))
@@ -181,7 +182,7 @@ std::string PngImage::encode(std::vector<uint8_t>& out) const {
   std::vector<png_bytep> rows(height);
   size_t stride = row_bytes();
   for (uint32_t y = 0; y < height; ++y) rows[y] = const_cast<png_bytep>(pixels.data() + stride * y);
-  bool ok = write_png(png, info, *this, chunks, rows);
+  bool ok = write_png(png, info, *this, chunks, rows, level);
   png_destroy_write_struct(&png, &info);
   if (ok) return {};
   out.clear();

@@ -28,6 +28,7 @@ struct PngImage {
   static std::string decode(uint8_t const* data, size_t size, PngImage& out, int want = 0,
                             uint64_t max_pixels = uint64_t(1) << 28);
 
-  // Writes the image with its texts; "" on success, otherwise the reason.
-  std::string encode(std::vector<uint8_t>& out) const;
+  // Writes the image with its texts; "" on success, otherwise the reason. `level` is the deflate
+  // effort, 1 (fastest) to 9 (smallest); -1 keeps libpng's default.
+  std::string encode(std::vector<uint8_t>& out, int level = -1) const;
 };
