@@ -105,8 +105,12 @@ void Hollin::_add(char const* path, Lorvix const& texture, uint64_t file_size) {
 }
 
 void Hollin::_output(std::vector<uint8_t>& out) const {
+  size_t size = 16;
+  for (auto* e = static_cast<TexHeader const*>(GetFirst()); e; e = static_cast<TexHeader const*>(e->GetNext()))
+    size += TexHeader::kRecordSize + std::strlen(e->path) + 13 + size_t(e->mipmap_count) * TexHeader::kMipmapEntrySize;
   out.clear();
-  out.insert(out.end(), {'0', 'D', 'H', 'T'});
+  out.reserve(size);
+  put32(out, uint32_t('0') | uint32_t('D') << 8 | uint32_t('H') << 16 | uint32_t('T') << 24);
   put32(out, 1);
   put32(out, static_cast<uint32_t>(GetCount()));
   for (auto* e = static_cast<TexHeader const*>(GetFirst()); e; e = static_cast<TexHeader const*>(e->GetNext())) {

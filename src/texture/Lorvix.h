@@ -119,7 +119,7 @@ class Lorvix {
   void _expand(PaxMipmap& mm);
   void _read_end();
   void _write(char const* file);
-  void _code_mipmap(PaxMipmap const& mm, std::vector<uint8_t>& out, bool& lzo);
+  bool _code_mipmap(PaxMipmap const& mm, CompressionEngine& engine, std::vector<uint8_t>& out, bool& lzo) const;
   CompressType _mipmap_type(PaxMipmap const& mm) const;
   void _from_rgba(RgbaImage picture, PictureOptions const& options);
   void _decode(uint32_t mipmap, RgbaImage& out);

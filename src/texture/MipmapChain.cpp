@@ -9,7 +9,7 @@
 
 namespace {
 constexpr double kLobes = 3.0;
-constexpr uint32_t kBandRows = 16;
+constexpr uint32_t kBandRows = 32;
 // Below this alpha a filtered pixel shows too little of its colour to divide it back out.
 constexpr float kVisible = 1.0f / 512;
 
@@ -76,10 +76,11 @@ Tables const& tables() {
 uint8_t to_byte(float v) { return static_cast<uint8_t>(std::lround(std::clamp(v, 0.0f, 1.0f) * 255)); }
 
 // One resampling from `src` into `dst` (its size already set). Per pixel the filter carries
-// alpha-weighted colour and alpha, and for pictures with transparency the plain colour too.
-void resample(RgbaImage const& src, RgbaImage& dst, bool colour, unsigned threads) {
+// colour and alpha (4 channels), or for pictures with transparency alpha-weighted colour, alpha
+// and the plain colour (7).
+template <unsigned channels>
+void resample_with(RgbaImage const& src, RgbaImage& dst, bool colour, unsigned threads) {
   Tables const& t = tables();
-  unsigned const channels = src.opaque() ? 4 : 7;
   Taps const across(src.width, dst.width), down(src.height, dst.height);
   dst.pixels.assign(dst.pixel_count() * 4, 0);
   size_t const bands = (dst.height + kBandRows - 1) / kBandRows;
@@ -97,7 +98,7 @@ void resample(RgbaImage const& src, RgbaImage& dst, bool colour, unsigned thread
         float a = s[3] / 255.0f;
         for (int c = 0; c < 3; ++c) p[c] = colour ? t.to_linear[s[c]] : s[c] / 255.0f;
         p[3] = a;
-        if (channels == 7) {
+        if constexpr (channels == 7) {
           for (int c = 0; c < 3; ++c) {
             p[4 + c] = p[c];
             p[c] *= a;
@@ -135,6 +136,13 @@ void resample(RgbaImage const& src, RgbaImage& dst, bool colour, unsigned thread
       }
     }
   });
+}
+
+void resample(RgbaImage const& src, RgbaImage& dst, bool colour, unsigned threads) {
+  if (src.opaque())
+    resample_with<4>(src, dst, colour, threads);
+  else
+    resample_with<7>(src, dst, colour, threads);
 }
 }  // namespace
 
