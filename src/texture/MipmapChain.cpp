@@ -147,6 +147,7 @@ void resample(RgbaImage const& src, RgbaImage& dst, bool colour, unsigned thread
 }  // namespace
 
 uint32_t MipmapChain::mc_NearestPowerOfTwo(uint32_t n, uint32_t limit) {
+  if (n <= 1) return 1;
   uint32_t lower = 1;
   while (lower <= n / 2) lower *= 2;
   uint64_t upper = uint64_t(lower) * 2;

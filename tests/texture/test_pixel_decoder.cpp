@@ -140,14 +140,3 @@ TEST(PixelDecoder, EveryCorpusMipmap) {
   }
   EXPECT_GT(checked, 50);
 }
-
-TEST(PixelDecoder, PictureChannelsFollowTheType) {
-  RgbaImage opaque{1, 1, {1, 2, 3, 255}}, clear{1, 1, {1, 2, 3, 0}};
-  struct Case {
-    int type;
-    RgbaImage const& pixels;
-    int channels;
-  } cases[] = {{Lorvix::PAX_DXT1, opaque, 3}, {Lorvix::PAX_DXT1, clear, 4}, {Lorvix::PAX_DXT5, opaque, 4},
-               {Lorvix::PAX_RGB8, opaque, 4},  {Lorvix::PAX_GREY, opaque, 2},  {Lorvix::PAX_INDX, opaque, 3}};
-  for (auto const& c : cases) EXPECT_EQ(Lorvix::pax_PngChannels(c.type, c.pixels), c.channels) << c.type;
-}
