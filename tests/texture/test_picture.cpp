@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "texture/ImageFile.h"
+#include "texture/MipmapChain.h"
 #include "texture/PaaBytes.h"
 #include "texture/PixelDecoder.h"
 
@@ -98,11 +99,11 @@ TEST(PictureToTexture, DxtQuality) {
     EXPECT_GE(psnr(through_texture(picture, as(0), t, dir / "t.paa"), picture), 40) << f;
     EXPECT_EQ(t.pax_GetType(), Lorvix::PAX_DXT5) << f;  // it has alpha
   }
-  // DXT1 of photographs is as close as libsquish's cluster fit gets (both read by one decoder).
-  RgbaImage mountain = corpus_pixels("paa/hemtt_mountain_converted_argb8888.paa"), crop{512, 128, {}};
-  for (uint32_t y = 0; y < 128; ++y)
-    crop.pixels.insert(crop.pixels.end(), mountain.at(50, y + 60), mountain.at(50, y + 60) + 512 * 4);
-  for (RgbaImage const& photo : {crop, corpus_pixels("paa/dustyroads_S_001_001_lco.paa")}) {
+  // DXT1 of photographs is as close as libsquish's cluster fit gets (both read by one decoder): a
+  // satellite photograph as stored, and scaled, so that its blocks hold more than four colours.
+  RgbaImage satellite = corpus_pixels("paa/dustyroads_S_001_001_lco.paa");
+  RgbaImage scaled = MipmapChain(true, 0).mc_Resize(satellite, 256, 256);
+  for (RgbaImage const& photo : {satellite, scaled}) {
     Bytes blocks(squish::GetStorageRequirements(int(photo.width), int(photo.height), squish::kDxt1));
     squish::CompressImage(photo.pixels.data(), int(photo.width), int(photo.height), blocks.data(),
                           squish::kDxt1 | squish::kColourClusterFit);
