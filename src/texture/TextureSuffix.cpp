@@ -33,12 +33,6 @@ TextureSuffix::TextureSuffix(std::string const& name) {
   size_t underscore = base.rfind('_');
   if (underscore == std::string::npos) return;
   _text = base.substr(underscore + 1);
-  // Thermal maps carry a second suffix before their colour one.
-  if (_text == "ca" && base.size() >= 6 && base.compare(base.size() - 6, 6, "_ti_ca") == 0) {
-    _text = "ti_ca";
-    _code = THERMAL;
-    return;
-  }
   for (Known const& k : kKnown)
     if (_text == k.suffix) {
       _code = k.code;

@@ -11,7 +11,7 @@ class TextureSuffix {
  public:
   // The numbers the texture index stores after a texture's path.
   enum Code : uint32_t {
-    DIFFUSE = 0,         // _co, _ca, and names with no suffix the game knows
+    DIFFUSE = 0,         // _co, _ca (thermal _ti_ca too), and names with no suffix the game knows
     DIFFUSE_LINEAR = 1,  // _sky, _lco, _lca
     DETAIL = 2,          // _detail, _dt, _cdt, _mco
     NORMAL = 3,          // _no, _nohq, _nof, _nofhq, _nofex, _nopx, _novhq, _ns, _nshq, _non
@@ -20,7 +20,6 @@ class TextureSuffix {
     SPECULAR = 9,        // _sm, _smdi
     DETAIL_SPECULAR = 10,  // _dtsmdi
     MASK = 11,           // _mask
-    THERMAL = 12,        // _ti_ca
   };
 
   // The suffix of a file name or path (lower case, without the underscore; "" when none), and

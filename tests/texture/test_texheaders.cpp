@@ -173,7 +173,7 @@ TEST(TexHeadersWrite, AlphaKindsSuffixesAndPacFiles) {
       {"old_ca.pac", 0xA0FFFFFF, 1, {1, 1, 0, 0}, 0, 0},
       {"fence_nohq.paa", 0xE5808080, 2, {1, 0, 1, 0}, 3, 1},
       {"bare_smdi.paa", 0, 0, {0, 1, 0, 1}, 9, 1},
-      {"heat_ti_ca.paa", 0xFF000000, 0, {1, 0, 0, 0}, 12, 1},
+      {"heat_ti_ca.paa", 0xFF000000, 0, {1, 0, 0, 0}, 0, 1},  // as a game index lists a thermal map
   };
   h.tex_New();
   Bytes block(8);
