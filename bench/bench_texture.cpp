@@ -1,13 +1,17 @@
 // Opening a texture with every mipmap expanded, in MB/s of expanded pixels, on the largest corpus
-// texture (or a made 2048 x 2048 DXT5 texture when the corpus is absent); and the index and font
-// readers on the corpus.
+// texture (or a made 2048 x 2048 DXT5 texture when the corpus is absent); making a 2048 x 2048
+// texture with its mipmaps from a picture and decoding one back to RGBA, in MB/s of RGBA pixels
+// (per thread count for making); and the index and font readers on the corpus.
 #include <benchmark/benchmark.h>
+
+#include <algorithm>
 
 #include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <random>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "core/BisDLL.h"
@@ -68,6 +72,74 @@ Bytes const& texture(std::string* name = nullptr) {
   if (name) *name = file;
   return bytes;
 }
+
+// A 2048 x 2048 picture: the largest mipmap of a photographed ground texture (opaque, made DXT1)
+// and one of a radio with alpha (made DXT5), or made stand-ins when the corpus is absent.
+RgbaImage const& picture(bool alpha) {
+  static RgbaImage pictures[2];
+  RgbaImage& p = pictures[alpha];
+  if (!p.pixels.empty()) return p;
+  BisDLL dll;
+  Lorvix& t = *dll.dll_GetLorvix();
+  fs::path f = fs::path(VENDRAK_CORPUS) / "paa" / (alpha ? "tfar_148_dxt5_big.paa" : "dustyroads_gdt_stony_co.paa");
+  if (t.pax_Open(f.c_str(), silent) == 0) t.pax_ToRgba(alpha ? 1 : 0, p);
+  if (p.width != 2048 || p.height != 2048) {
+    std::mt19937 rng(alpha ? 5 : 4);
+    p = RgbaImage{2048, 2048, std::vector<uint8_t>(size_t(2048) * 2048 * 4)};
+    for (size_t i = 0; i < p.pixels.size(); ++i)
+      p.pixels[i] = i % 4 == 3 && !alpha ? 255 : uint8_t((i / 4 % 2048 + i / 4 / 2048) / 16 + rng() % 24);
+  }
+  return p;
+}
+
+// Making a texture: the mipmaps filtered and coded; arguments: alpha, threads, quick fit.
+void BM_PaaMakeFromPicture(benchmark::State& state) {
+  RgbaImage const& p = picture(state.range(0) != 0);
+  BisDLL dll;
+  Lorvix& t = *dll.dll_GetLorvix();
+  Lorvix::PictureOptions o;
+  o.name = "bench_co.paa";
+  o.threads = static_cast<unsigned>(state.range(1));
+  o.fast = state.range(2) != 0;
+  for (auto _ : state)
+    if (t.pax_FromRgba(p, o) != 0) {
+      state.SkipWithError("no texture made");
+      return;
+    }
+  state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(p.pixels.size()));
+  state.SetLabel(std::string(state.range(0) ? "DXT5 " : "DXT1 ") + std::to_string(o.threads) + " threads" +
+                 (o.fast ? " fast" : ""));
+}
+BENCHMARK(BM_PaaMakeFromPicture)
+    ->Apply([](benchmark::internal::Benchmark* b) {
+      unsigned cores = std::max(1u, std::thread::hardware_concurrency());
+      for (int alpha : {0, 1})
+        for (unsigned n = 1; n <= cores; n *= 2) b->Args({alpha, int(n), 0});
+      b->Args({0, int(cores), 1});
+    })
+    ->Unit(benchmark::kMillisecond)
+    ->UseRealTime();
+
+// Decoding the largest mipmap of a made 2048 x 2048 texture back to RGBA.
+void BM_PaaDecodeMipmap(benchmark::State& state) {
+  RgbaImage const& p = picture(state.range(0) != 0);
+  BisDLL dll;
+  Lorvix& t = *dll.dll_GetLorvix();
+  Lorvix::PictureOptions o;
+  o.fast = true;
+  if (t.pax_FromRgba(p, o) != 0) {
+    state.SkipWithError("no texture made");
+    return;
+  }
+  RgbaImage out;
+  for (auto _ : state) {
+    t.pax_ToRgba(0, out);
+    benchmark::DoNotOptimize(out.pixels.data());
+  }
+  state.SetBytesProcessed(int64_t(state.iterations()) * int64_t(p.pixels.size()));
+  state.SetLabel(state.range(0) ? "DXT5" : "DXT1");
+}
+BENCHMARK(BM_PaaDecodeMipmap)->Arg(0)->Arg(1)->Unit(benchmark::kMillisecond);
 
 void BM_PaaOpenExpandAll(benchmark::State& state) {
   std::string name;

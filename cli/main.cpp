@@ -20,7 +20,7 @@ namespace {
 std::map<std::string, std::string> const kGroupSummaries = {
     {"cfg", "Configs: decode binarised configs to text, binarise config text"},
     {"p3d", "P3D models: describe, list properties, repair"},
-    {"paa", "PAA/PAC textures: describe, copy"},
+    {"paa", "PAA/PAC textures: describe, copy, convert to and from PNG/TGA pictures"},
     {"sound", "Sounds (WSS, WAV, OGG): describe, convert, lip-sync"},
     {"wrp", "WRP terrains: describe, convert"},
     {"rtm", "RTM animations: describe, convert, pose"},

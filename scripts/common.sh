@@ -5,7 +5,7 @@ set -euo pipefail
 ROOT="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 PACKAGES=(cmake ninja-build g++ clang-14 libclang-rt-14-dev pkg-config liblzo2-dev libssl-dev
           libogg-dev libvorbis-dev libsamplerate0-dev libpng-dev nlohmann-json3-dev libgtest-dev libgmock-dev
-          libbenchmark-dev libcli11-dev libtomlplusplus-dev)
+          libbenchmark-dev libcli11-dev libtomlplusplus-dev libsquish-dev libstb-dev)
 
 ensure_packages() {
   local missing=()

@@ -137,7 +137,8 @@ class Vendrak : public Chains {
   // ---- prefix and properties files, making archives ---------------------------
  public:
   // Creation modes of pbo_Make and pbo_Create.
-  static constexpr int MAKE_PROCESS_CONTENT = 0x1;  // binarise configs, validate the road library
+  // Binarise configs, validate the road library, index the textures in texHeaders.bin.
+  static constexpr int MAKE_PROCESS_CONTENT = 0x1;
   static constexpr int MAKE_COMPRESS = 0x20;
   static constexpr int MAKE_STYLE_MASK = 0x1ff80;
   static constexpr int MAKE_STYLE_RESISTANCE = 128;
@@ -197,4 +198,5 @@ class Vendrak : public Chains {
   int _scan_folder(Scan& scan, char const* folder, char const* relative);
   int _judge_scan(Scan const& scan);
   int _binarise_config(pbo_entry* entry, char const* path);
+  int _index_textures();
 };

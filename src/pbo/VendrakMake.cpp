@@ -440,6 +440,8 @@ int Vendrak::_make(char const* source, int mode, char const* prefix, char const*
   m.defer_compression = true;
   if (int r = _scan_folder(scan, scan.root.c_str(), "")) return r;
   if (int r = _judge_scan(scan)) return r;
+  if (mode & MAKE_PROCESS_CONTENT)
+    if (int r = _index_textures()) return r;
   if (mode & MAKE_COMPRESS) _compress_pending();
 
   io.io_callback("<adding entries:...>\r\n");

@@ -75,6 +75,9 @@ char const* Lorvix::ErrorString(int code) {
       "Cendrix: No ending zeroes",             "Cendrix: MipMapOffsets.nMaps exceeded",
       "Cendrix: bad compression",              "Cendrix: tag repeated",
       "Cendrix: bad tag length",               "Cendrix: mip map extra non zeros",
+      "Cendrix: unreadable picture",           "Cendrix: picture sides not powers of two",
+      "Cendrix: picture too large",            "Cendrix: no such mipmap",
+      "Cendrix: undecodable pixels",           "Cendrix: type not made from pictures",
   };
   return tool_error_text(code, texts);
 }

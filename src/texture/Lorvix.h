@@ -8,6 +8,7 @@
 #include "texture/PaxErrors.h"
 #include "texture/PaxMipmap.h"
 #include "texture/PaxTagg.h"
+#include "texture/RgbaImage.h"
 
 class BisDLL;
 
@@ -82,6 +83,31 @@ class Lorvix {
   // changed are written as they were stored.
   int pax_Write(char const* file);
 
+  // ---- pictures -----------------------------------------------------------
+  struct PictureOptions {
+    int type = 0;        // a PaxType, or 0: DXT5 when any pixel is not opaque, DXT1 otherwise
+    bool fast = false;   // DXT: libsquish's range fit instead of its iterative cluster fit
+    bool resize = false;  // sides that are not powers of two are scaled to the nearest ones
+    unsigned threads = 0;  // 0: one per core
+    // The texture's name: its suffix tells colour maps (filtered in linear light) from others.
+    char const* name = nullptr;
+  };
+  // The largest picture a texture is made from, and the longest side the format holds.
+  static constexpr uint64_t kMaxPicturePixels = uint64_t(1) << 26;  // 8192 x 8192
+  static constexpr uint32_t kMaxSide = 16384;
+
+  // A new texture from a PNG or TGA picture in memory: every mipmap down to the smallest the type
+  // has, and the taggs a texture of its type carries (average and maximum colour, the alpha
+  // flag, the offsets). Write it with pax_Write.
+  int pax_FromPicture(uint8_t const* data, uint64_t size, PictureOptions const& options);
+  int pax_FromRgba(RgbaImage const& picture, PictureOptions const& options);
+  // One mipmap's pixels as RGBA.
+  int pax_ToRgba(uint32_t mipmap, RgbaImage& out);
+  // One mipmap as a PNG file: RGBA where the type has alpha (DXT1: where some pixel is
+  // transparent), grey and alpha for AI88, RGB otherwise.
+  int pax_ToPng(uint32_t mipmap, std::vector<uint8_t>& png);
+  static int pax_PngChannels(int type, RgbaImage const& pixels);
+
  private:
   void _open_common(int type_mask);
   int _read(int type_mask);
@@ -93,8 +119,10 @@ class Lorvix {
   void _expand(PaxMipmap& mm);
   void _read_end();
   void _write(char const* file);
-  void _code_mipmap(PaxMipmap const& mm, std::vector<uint8_t>& out, bool& lzo);
+  bool _code_mipmap(PaxMipmap const& mm, CompressionEngine& engine, std::vector<uint8_t>& out, bool& lzo) const;
   CompressType _mipmap_type(PaxMipmap const& mm) const;
+  void _from_rgba(RgbaImage picture, PictureOptions const& options);
+  void _decode(uint32_t mipmap, RgbaImage& out);
 
   BisDLL* _dll;
   BisFileIO _io;

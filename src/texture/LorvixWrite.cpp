@@ -1,10 +1,12 @@
 // Building textures in memory and writing them.
 #include <cstring>
+#include <memory>
 #include <string>
 
 #include "core/GuardedCall.h"
 #include "text/FileStringA.h"
 #include "texture/Lorvix.h"
+#include "texture/ParallelFor.h"
 
 namespace {
 constexpr uint32_t kTriByteLimit = 1u << 24;  // a mipmap's stored length has three bytes
@@ -98,42 +100,51 @@ int Lorvix::pax_Write(char const* file) {
 
 // Mipmaps read and left alone keep their stored bytes; new ones are coded as the type demands:
 // LZSS for 16- and 32-bit pixels, run-length for indexed ones, and DXT blocks LZO-compressed only
-// when that is smaller than the blocks themselves.
-void Lorvix::_code_mipmap(PaxMipmap const& mm, std::vector<uint8_t>& out, bool& lzo) {
+// when that is smaller than the blocks themselves. Returns false when the coder fails.
+bool Lorvix::_code_mipmap(PaxMipmap const& mm, CompressionEngine& engine, std::vector<uint8_t>& out, bool& lzo) const {
   lzo = mm.lzo;
   if (!mm.modified && mm.stored) {
     out.assign(mm.stored, mm.stored + mm.stored_size);
-    return;
+    return true;
   }
   lzo = false;
   CompressType method = pax_IsDxt(_type) ? CT_LZO : pax_IsIndexed(_type) && !mm.special ? CT_RLE : CT_LZSS_SIGNED;
-  int64_t n = cmp_Compress(_engine, mm.pixels, mm.pixel_size, method);
+  int64_t n = cmp_Compress(engine, mm.pixels, mm.pixel_size, method);
   if (method == CT_LZO) {
     if (n >= 0 && uint64_t(n) < mm.pixel_size) {
       lzo = true;
-      out.assign(_engine.cmp_GetOutput(), _engine.cmp_GetOutput() + n);
+      out.assign(engine.cmp_GetOutput(), engine.cmp_GetOutput() + n);
     } else {
       out.assign(mm.pixels, mm.pixels + mm.pixel_size);
     }
-  } else {
-    if (n < 0) _io.io_throw(GE_CANNOT_WRITE, "MipMap %d x %d: compression failed\r\n", mm.width, mm.height);
-    out.assign(_engine.cmp_GetOutput(), _engine.cmp_GetOutput() + n);
+    return true;
   }
-  if (out.size() >= kTriByteLimit)
-    _io.io_throw(GE_CANNOT_WRITE, "MipMap %d x %d: %zu bytes do not fit a texture\r\n", mm.width, mm.height,
-                 out.size());
+  if (n < 0) return false;
+  out.assign(engine.cmp_GetOutput(), engine.cmp_GetOutput() + n);
+  return true;
 }
 
 void Lorvix::_write(char const* file) {
   FileStringA name(file);
   if (!name.fs_GetExt()) name.fs_AddExt("paa");
 
+  // Mipmaps are coded on every core, each with a coder of its own; the best LZO coder takes a
+  // second for a few megabytes.
   std::vector<std::vector<uint8_t>> coded(_mipmaps.size());
-  std::vector<bool> lzo(_mipmaps.size());
-  for (size_t i = 0; i < _mipmaps.size(); ++i) {
+  std::vector<char> lzo(_mipmaps.size()), coded_ok(_mipmaps.size());
+  std::vector<std::unique_ptr<CompressionEngine>> engines;  // made here: the LZO setup is not for threads
+  for (size_t i = 0; i < _mipmaps.size(); ++i) engines.push_back(std::make_unique<CompressionEngine>());
+  parallel_for(_mipmaps.size(), 0, [&](size_t i) {
     bool z = false;
-    _code_mipmap(_mipmaps[i], coded[i], z);
+    coded_ok[i] = _code_mipmap(_mipmaps[i], *engines[i], coded[i], z);
     lzo[i] = z;
+  });
+  for (size_t i = 0; i < _mipmaps.size(); ++i) {
+    PaxMipmap const& mm = _mipmaps[i];
+    if (!coded_ok[i]) _io.io_throw(GE_CANNOT_WRITE, "MipMap %d x %d: compression failed\r\n", mm.width, mm.height);
+    if (coded[i].size() >= kTriByteLimit)
+      _io.io_throw(GE_CANNOT_WRITE, "MipMap %d x %d: %zu bytes do not fit a texture\r\n", mm.width, mm.height,
+                   coded[i].size());
   }
 
   // Where each mipmap will start, for the offsets tagg.

@@ -1,11 +1,14 @@
 #pragma once
 #include <cstdint>
 #include <cstring>
+#include <string>
+#include <vector>
 
 #include "text/Chains.h"
 
 // One texture of a texHeaders.bin index. Every field points into (or was copied from) the index's
-// buffer; the tool interprets none of the unchecked ones.
+// buffer, or for an entry made to be written into its own bytes; the tool interprets none of the
+// unchecked ones when it reads.
 class TexHeader : public Chain {
  public:
   static constexpr int kRecordSize = 54;
@@ -17,6 +20,10 @@ class TexHeader : public Chain {
   uint32_t mipmap_count = 0;
   uint8_t const* mipmaps = nullptr;  // mipmap_count entries of 12 bytes
   uint32_t file_size = 0;            // the value after the mipmap entries
+
+  // An entry made to be written: the record and the mipmap entries, and the path.
+  std::vector<uint8_t> own_bytes;
+  std::string own_path;
 
   uint32_t th_Field(int offset) const {
     uint32_t v;

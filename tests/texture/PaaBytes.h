@@ -6,7 +6,13 @@
 #include <string>
 #include <vector>
 
+#include <cmath>
+
+#include "core/BisDLL.h"
 #include "io/CompressTestUtil.h"
+#include "texture/Lorvix.h"
+#include "texture/PngImage.h"
+#include "texture/RgbaImage.h"
 
 namespace paa_test {
 using compress_test::Bytes;
@@ -53,5 +59,41 @@ inline std::vector<std::string> corpus_files(std::string const& sub, std::initia
       if (e.is_regular_file() && ext == want) out.push_back(e.path().string());
   }
   return out;
+}
+// ---- pictures ---------------------------------------------------------------
+
+// A mipmap of a corpus texture as RGBA (empty when it does not open).
+inline RgbaImage corpus_pixels(std::string const& file, uint32_t mip = 0, int* type = nullptr) {
+  BisDLL dll;
+  Lorvix& t = *dll.dll_GetLorvix();
+  RgbaImage img;
+  if (t.pax_Open(corpus(file).c_str(), nullptr) == 0) t.pax_ToRgba(mip, img);
+  if (type) *type = t.pax_GetType();
+  return img;
+}
+
+// Peak signal to noise over every channel, in dB (999 when equal).
+inline double psnr(RgbaImage const& a, RgbaImage const& b) {
+  if (a.pixels.size() != b.pixels.size() || a.pixels.empty()) return 0;
+  double se = 0;
+  for (size_t i = 0; i < a.pixels.size(); ++i) se += std::pow(double(a.pixels[i]) - b.pixels[i], 2);
+  return se == 0 ? 999 : 10 * std::log10(255.0 * 255.0 * double(a.pixels.size()) / se);
+}
+
+// A PNG of 1-4 channels of 8 or 16 bits; `samples` in host order, row after row.
+inline Bytes png_file(uint32_t w, uint32_t h, uint8_t channels, uint8_t depth, Bytes const& samples) {
+  PngImage png;
+  png.width = w, png.height = h, png.channels = channels, png.bit_depth = depth, png.pixels = samples;
+  Bytes out;
+  png.encode(out);
+  return out;
+}
+
+// An uncompressed or run-length TGA of 24- or 32-bit pixels stored blue, green, red (alpha); rows
+// bottom up unless `top_down`. `data` is the pixel data as stored (packets for run-length).
+inline Bytes tga_file(uint16_t w, uint16_t h, uint8_t bits, bool rle, bool top_down, Bytes const& data) {
+  Bytes b = {0, 0, uint8_t(rle ? 10 : 2), 0, 0, 0, 0, 0, 0, 0, 0, 0};
+  put(b, {u16(w), u16(h), Bytes{bits, uint8_t(top_down ? 0x20 : 0)}, data});
+  return b;
 }
 }  // namespace paa_test

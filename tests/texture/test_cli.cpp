@@ -78,3 +78,68 @@ TEST(TextureCli, IndexAndFontListings) {
   EXPECT_EQ(f["count"], (3144 - 8) / 14);
   EXPECT_EQ(f["records"][0].size(), 7u);
 }
+
+TEST(TextureCli, ConvertBothWays) {
+  if (!have_corpus()) GTEST_SKIP() << "no corpus";
+  TempFolder dir;
+  std::string texture = corpus("paa/cba_logo_cba_ca.paa");
+  struct Case {
+    char const* name;
+    std::vector<std::string> args;
+    int status;
+    char const* err;  // part of standard error
+  } cases[] = {
+      {"largest mipmap", {texture, dir / "logo.png"}, 0, ""},
+      {"smallest mipmap", {"--mip", "7", texture, dir / "small.png"}, 0, ""},
+      {"no such mipmap", {"--mip", "8", texture, dir / "none.png"}, PAXERR_NO_SUCH_MIPMAP, "there is no mipmap 8"},
+      {"picture to texture", {dir / "logo.png", dir / "logo_ca.paa"}, 0, ""},
+      {"chosen type, quick fit", {"--type", "argb4444", "--fast", dir / "small.png", dir / "small_ca.pac"}, 0, ""},
+      {"no replacing without -f", {dir / "small.png", dir / "logo_ca.paa"}, 6, "logo_ca.paa"},
+      {"replacing with -f", {"-f", dir / "small.png", dir / "logo_ca.paa"}, 0, ""},
+      {"kind unknown from the name", {texture, dir / "logo.bmp"}, 64, "must end in .png"},
+      {"texture options for a picture", {"--fast", texture, dir / "x.png"}, 64, "apply when a texture is made"},
+      {"unknown type", {"--type", "dxt3", dir / "logo.png", dir / "x.paa"}, 64, "dxt3"},
+      {"not a picture", {texture, dir / "x.paa"}, PAXERR_BAD_PICTURE, "neither a PNG nor a TGA"},
+      {"help", {"--help"}, 0, ""},
+  };
+  for (auto const& c : cases) {
+    SCOPED_TRACE(c.name);
+    std::vector<std::string> args = {"paa", "convert"};
+    args.insert(args.end(), c.args.begin(), c.args.end());
+    CliRun r = vendrak(dir, args);
+    EXPECT_EQ(r.status, c.status) << r.err;
+    EXPECT_NE(r.err.find(c.err), std::string::npos) << r.err;
+  }
+  PngImage png;
+  ASSERT_EQ(PngImage::decode(text(get_file(dir / "small.png")).data(), get_file(dir / "small.png").size(), png), "");
+  EXPECT_EQ(png.width * 10 + png.channels, 4u * 10 + 4);  // 4 x 4, RGBA for DXT5
+  CliRun info = vendrak(dir, {"paa", "info", dir / "small_ca.pac"});
+  EXPECT_NE(info.out.find("Type: RGB4\nAVGC: "), std::string::npos) << info.out;
+  ASSERT_EQ(vendrak(dir, {"paa", "copy", dir / "logo_ca.paa", dir / "copy.paa"}).status, 0);
+  EXPECT_EQ(get_file(dir / "copy.paa"), get_file(dir / "logo_ca.paa"));
+
+  // A picture whose sides the game cannot use is refused, naming the way out.
+  PngImage wide;
+  wide.width = 100, wide.height = 64, wide.channels = 3, wide.pixels.assign(100 * 64 * 3, 50);
+  Bytes bytes;
+  wide.encode(bytes);
+  put_file(dir / "wide.png", std::string(bytes.begin(), bytes.end()));
+  CliRun refused = vendrak(dir, {"paa", "convert", dir / "wide.png", dir / "wide_co.paa"});
+  EXPECT_EQ(refused.status, PAXERR_NOT_POWER_OF_TWO);
+  EXPECT_NE(refused.err.find("100x64 pixels"), std::string::npos) << refused.err;
+  EXPECT_NE(refused.err.find("--resize"), std::string::npos) << refused.err;
+  EXPECT_EQ(vendrak(dir, {"paa", "convert", "--resize", dir / "wide.png", dir / "wide_co.paa"}).status, 0);
+  EXPECT_NE(vendrak(dir, {"paa", "info", dir / "wide_co.paa"}).out.find(" 128 x   64 "), std::string::npos);
+}
+
+TEST(TextureCli, PackBinariseWritesTheIndexThatTexheadersReads) {
+  if (!have_corpus()) GTEST_SKIP() << "no corpus";
+  TempFolder dir;
+  put_file(dir / "addon/config.cpp", "class CfgPatches { class a { units[] = {}; }; };\n");
+  put_file(dir / "addon/data/sign_co.paa", get_file(corpus("paa/tzk_square_green_dxt1.paa")));
+  ASSERT_EQ(vendrak(dir, {"pack", "--binarise", "-q", dir / "addon", dir / "addon.pbo"}).status, 0);
+  CliRun cat = vendrak(dir, {"cat", dir / "addon.pbo", "texHeaders.bin"});
+  ASSERT_EQ(cat.status, 0) << cat.err;
+  put_file(dir / "texHeaders.bin", cat.out);
+  EXPECT_EQ(vendrak(dir, {"texheaders", dir / "texHeaders.bin"}).out, "data\\sign_co.paa  DXT1  2\n");
+}

@@ -180,7 +180,8 @@ TEST(PaaRead, EveryStructuralFaultHasItsCode) {
   EXPECT_STREQ(Lorvix::ErrorString(-19), "Cendrix: mip map extra non zeros");
   EXPECT_STREQ(Lorvix::ErrorString(10), "Cendrix: Unknown PaaFile Format");
   EXPECT_STREQ(Lorvix::ErrorString(7), "residual bytes in file");
-  EXPECT_STREQ(Lorvix::ErrorString(20), "dll Unknown throw Error");
+  EXPECT_STREQ(Lorvix::ErrorString(20), "Cendrix: unreadable picture");
+  EXPECT_STREQ(Lorvix::ErrorString(26), "dll Unknown throw Error");
 }
 
 TEST(PaaRead, TypeMaskAndTypeNames) {

@@ -1,9 +1,12 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <map>
 #include <string>
 #include <vector>
 
 #include "core/BisDLL.h"
+#include "pbo/PboBuilder.h"
 #include "texture/Hollin.h"
 #include "texture/PaaBytes.h"
 
@@ -117,4 +120,119 @@ TEST(TexHeadersCorpus, EveryIndexOpens) {
     for (uint64_t i = 0; i < h.GetCount(); ++i) EXPECT_EQ(h.tex_GetEntry(i)->mipmap_count, h.tex_GetEntry(i)->th_Field(44));
   }
   EXPECT_EQ(h.tex_Open("/nonexistent/texHeaders", nullptr), GE_INVALID_FILE);
+}
+
+// ---- making indexes -------------------------------------------------------------
+
+namespace {
+// The entries of an index by path: the record, the path, and everything after it.
+std::map<std::string, Bytes> index_entries(Bytes const& b) {
+  std::map<std::string, Bytes> out;
+  size_t p = 12;
+  for (uint32_t n = b[8] | b[9] << 8, i = 0; i < n; ++i) {
+    size_t start = p, zero = size_t(std::find(b.begin() + long(p) + 54, b.end(), 0) - b.begin());
+    uint32_t mipmaps = b[zero + 5] | b[zero + 6] << 8;
+    p = zero + 1 + 8 + 12 * size_t(mipmaps) + 4;
+    out[std::string(b.begin() + long(start) + 54, b.begin() + long(zero))] = Bytes(b.begin() + long(start), b.begin() + long(p));
+  }
+  return out;
+}
+}  // namespace
+
+TEST(TexHeadersWrite, AGameTexturesEntryComesOutAsTheGameWroteIt) {
+  if (!have_corpus()) GTEST_SKIP() << "no corpus";
+  BisDLL dll;
+  Lorvix& t = *dll.dll_GetLorvix();
+  Hollin& h = *dll.dll_GetHollin();
+  std::string f = corpus("paa/cba_focused_dxt1.paa");
+  ASSERT_EQ(t.pax_Open(f.c_str(), nullptr), 0);
+  h.tex_New();
+  ASSERT_EQ(h.tex_AddTexture("/FlexiMenu/Data/popup/focused.paa", t, get_file(f).size()), 0);
+  Bytes made;
+  ASSERT_EQ(h.tex_Output(made), 0);
+  auto game = index_entries(text(get_file(corpus("texheaders/oas_cba_ui_texHeaders.bin"))));
+  EXPECT_EQ(index_entries(made), (std::map<std::string, Bytes>{{"fleximenu\\data\\popup\\focused.paa",
+                                                                game.at("fleximenu\\data\\popup\\focused.paa")}}));
+  EXPECT_EQ(open_image(h, made), 0) << g_errs;
+}
+
+TEST(TexHeadersWrite, AlphaKindsSuffixesAndPacFiles) {
+  BisDLL dll;
+  Lorvix& t = *dll.dll_GetLorvix();
+  Hollin& h = *dll.dll_GetHollin();
+  struct Case {
+    char const* path;
+    uint32_t average;  // 0: no taggs at all
+    uint32_t flag;     // 0: none
+    Bytes flags;       // record bytes 40-43
+    uint32_t suffix;
+    uint8_t is_paa;
+  } cases[] = {
+      {"wall_co.paa", 0xFF202020, 0, {1, 0, 0, 0}, 0, 1},
+      {"glass_ca.paa", 0x40FFFFFF, 1, {1, 1, 0, 1}, 0, 1},
+      {"old_ca.pac", 0xA0FFFFFF, 1, {1, 1, 0, 0}, 0, 0},
+      {"fence_nohq.paa", 0xE5808080, 2, {1, 0, 1, 0}, 3, 1},
+      {"bare_smdi.paa", 0, 0, {0, 1, 0, 1}, 9, 1},
+      {"heat_ti_ca.paa", 0xFF000000, 0, {1, 0, 0, 0}, 0, 1},  // as a game index lists a thermal map
+  };
+  h.tex_New();
+  Bytes block(8);
+  for (auto const& c : cases) {
+    t.pax_New(Lorvix::PAX_DXT1);
+    if (c.average) {
+      t.pax_SetTagg(PaxTagg::AVGC, c.average);
+      t.pax_SetTagg(PaxTagg::MAXC, 0xFFFFFFFF);
+    }
+    if (c.flag) t.pax_SetTagg(PaxTagg::FLAG, c.flag);
+    t.pax_AddMipmap(4, 4, block.data(), block.size());
+    ASSERT_EQ(h.tex_AddTexture(c.path, t, 100), 0);
+  }
+  Bytes made;
+  ASSERT_EQ(h.tex_Output(made), 0);
+  ASSERT_EQ(open_image(h, made), 0) << g_errs;
+  ASSERT_EQ(h.GetCount(), std::size(cases));
+  for (size_t i = 0; i < std::size(cases); ++i) {
+    TexHeader const* e = h.tex_GetEntry(i);
+    SCOPED_TRACE(e->path);
+    EXPECT_EQ(Bytes(e->record + 40, e->record + 44), cases[i].flags);
+    EXPECT_EQ(e->suffix, cases[i].suffix);
+    EXPECT_EQ(e->record[53], cases[i].is_paa);
+    EXPECT_EQ(e->th_Type(), 6u);
+  }
+}
+
+TEST(TexHeadersWrite, PackingWithContentIndexesTheTextures) {
+  if (!have_corpus()) GTEST_SKIP() << "no corpus";
+  TempFolder dir;
+  std::string dxt1 = get_file(corpus("paa/cba_focused_dxt1.paa")), dxt5 = get_file(corpus("paa/rebal_canteen_action_icon.paa"));
+  put_file(dir / "src/config.cpp", "class CfgPatches { class a { units[] = {}; }; };\n");
+  put_file(dir / "src/Data/Wall_CO.paa", dxt1);
+  put_file(dir / "src/ui/icon_ca.paa", dxt5);
+  put_file(dir / "src/ui/broken.paa", "not a texture");
+  put_file(dir / "src/texHeaders.bin", "stale");
+  BisDLL dll;
+  Vendrak& pbo = *dll.dll_GetVendrak();
+  int const mode = Vendrak::MAKE_STYLE_ARMA | Vendrak::MAKE_PROCESS_CONTENT;
+  clear_captured();
+  pbo.pbo_GetIO()->io_SetErrCallBack(capture_err);
+  ASSERT_EQ(pbo.pbo_Make((dir / "src").c_str(), mode, "a", capture_msg, (dir / "a.pbo").c_str(), nullptr, nullptr), 0)
+      << g_errs;
+  EXPECT_NE(g_errs.find("ui\\broken.paa is left out of texHeaders.bin"), std::string::npos) << g_errs;
+  pbotest::Listing l = pbotest::list_archive(get_file(dir / "a.pbo"));
+  ASSERT_TRUE(l.ok);
+  auto is_index = [](auto const& e) { return e.first == "texHeaders.bin"; };
+  ASSERT_EQ(std::count_if(l.entries.begin(), l.entries.end(), is_index), 1);
+  Bytes made = text(std::find_if(l.entries.begin(), l.entries.end(), is_index)->second);
+  Hollin& h = *dll.dll_GetHollin();
+  ASSERT_EQ(open_image(h, made), 0);
+  std::map<std::string, std::pair<uint32_t, uint32_t>> listed;  // path: type, file size
+  for (uint64_t i = 0; i < h.GetCount(); ++i)
+    listed[h.tex_GetEntry(i)->path] = {h.tex_GetEntry(i)->th_Type(), h.tex_GetEntry(i)->file_size};
+  EXPECT_EQ(listed, (std::map<std::string, std::pair<uint32_t, uint32_t>>{
+                        {"data\\wall_co.paa", {6, uint32_t(dxt1.size())}}, {"ui\\icon_ca.paa", {10, uint32_t(dxt5.size())}}}));
+
+  // Under warnings as errors the unreadable texture stops the archive.
+  EXPECT_EQ(pbo.pbo_Make((dir / "src").c_str(), mode | Vendrak::MAKE_WARNINGS_ARE_ERRORS, "a", capture_msg,
+                         (dir / "b.pbo").c_str(), nullptr, nullptr),
+            PBO_CANNOT_READ_ENTRY_FILE);
 }
