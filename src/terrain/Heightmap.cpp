@@ -16,21 +16,9 @@
 #include "texture/PngImage.h"
 
 using namespace grid_text;
+using namespace grid_tool;
 
 namespace {
-// A thrown message text ends a call with this code, as for the terrain tool.
-constexpr int kDetectedError = 3;
-
-// Closes the tool's output however the writing ends.
-struct OutputCloser {
-  BisFileIO& io;
-  ~OutputCloser() { io.io_CloseOutput(); }
-};
-
-// Deflate effort for pictures: within a few per cent of libpng's default size, three times as fast
-// on a 4096 x 4096 picture.
-constexpr int kPngEffort = 3;
-
 // Text goes out in blocks of about this size.
 constexpr size_t kBlock = 1 << 20;
 

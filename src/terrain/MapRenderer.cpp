@@ -14,18 +14,9 @@
 #include "terrain/Tessak.h"
 #include "texture/PngImage.h"
 
+using namespace grid_tool;
+
 namespace {
-constexpr int kDetectedError = 3;
-
-struct OutputCloser {
-  BisFileIO& io;
-  ~OutputCloser() { io.io_CloseOutput(); }
-};
-
-// Deflate effort for pictures: within a few per cent of libpng's default size, three times as fast
-// on a 4096 x 4096 picture.
-constexpr int kPngEffort = 3;
-
 // Light from the north-west, 45 degrees above the horizon, and the relief drawn twice as steep as
 // it is: gentle country would otherwise look flat at map scale.
 constexpr double kLightAzimuth = 315 * 3.14159265358979323846 / 180;

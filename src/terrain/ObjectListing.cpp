@@ -15,15 +15,9 @@
 #include "terrain/Tessak.h"
 
 using namespace grid_text;
+using namespace grid_tool;
 
 namespace {
-constexpr int kDetectedError = 3;
-
-struct OutputCloser {
-  BisFileIO& io;
-  ~OutputCloser() { io.io_CloseOutput(); }
-};
-
 unsigned long long ull(uint64_t v) { return static_cast<unsigned long long>(v); }
 
 std::string_view trim(std::string_view s) {
