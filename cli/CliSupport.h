@@ -85,5 +85,11 @@ int cli_verify_archive(std::string const& archive, std::vector<ArchiveKey> const
 int cli_read_trusted_keys(std::vector<std::string> const& files, std::string const& folder,
                           std::vector<ArchiveKey>& keys);
 
+// The config tool as the commands that read config text use it: include folders added, and every
+// message on standard error, since the text or binary made may go to standard output.
+class BisDLL;
+class Sembric;
+Sembric* cli_config_reader(BisDLL& dll, std::vector<std::string> const& includes);
+
 // The closest of `candidates` to `word` when it is a plausible typo (for "did you mean").
 std::string cli_closest(std::string const& word, std::vector<std::string> const& candidates);

@@ -20,6 +20,14 @@
 #include "core/Generic_Errors.h"
 #include "io/BisFileIO.h"
 
+Sembric* cli_config_reader(BisDLL& dll, std::vector<std::string> const& includes) {
+  Sembric* s = dll.dll_GetRap();
+  s->rap_GetIO()->io_SetStdioCallBack(cli_print_stderr);
+  s->rap_GetIO()->io_SetErrCallBack(cli_print_stderr);
+  for (auto const& dir : includes) s->rap_AddIncludeFolder(dir.c_str());
+  return s;
+}
+
 namespace {
 struct DecodeOptions {
   std::string file;
@@ -172,11 +180,7 @@ int run_preprocess(PreprocessOptions const& o) {
   if (int r = cli_read_input(o.file, bytes)) return r;
   std::string name = o.file == "-" ? std::string("(standard input)") : o.file;
   BisDLL dll;
-  Sembric* s = dll.dll_GetRap();
-  // The text may go to standard output: every message goes to standard error.
-  s->rap_GetIO()->io_SetStdioCallBack(cli_print_stderr);
-  s->rap_GetIO()->io_SetErrCallBack(cli_print_stderr);
-  for (auto const& dir : o.includes) s->rap_AddIncludeFolder(dir.c_str());
+  Sembric* s = cli_config_reader(dll, o.includes);
   std::string text;
   int r = s->rap_Preprocess(name.c_str(), text, reinterpret_cast<char const*>(bytes.data()),
                             static_cast<unsigned>(bytes.size()));

@@ -33,11 +33,7 @@ int run_binarise(BinariseOptions const& o) {
   if (int r = cli_read_input(o.file, bytes)) return r;
   std::string name = o.file == "-" ? std::string("(standard input)") : o.file;
   BisDLL dll;
-  Sembric* s = dll.dll_GetRap();
-  // The output may be standard output: warnings and errors alike go to standard error.
-  s->rap_GetIO()->io_SetStdioCallBack(cli_print_stderr);
-  s->rap_GetIO()->io_SetErrCallBack(cli_print_stderr);
-  for (auto const& dir : o.includes) s->rap_AddIncludeFolder(dir.c_str());
+  Sembric* s = cli_config_reader(dll, o.includes);
   int flags = (o.strict ? Sembric::RAPF_WARNINGS_ARE_ERRORS : 0) | (o.checks ? Sembric::RAPF_CONTENT_CHECKS : 0);
   int r = s->rap_Create(name.c_str(), flags, nullptr, reinterpret_cast<char const*>(bytes.data()),
                         static_cast<unsigned>(bytes.size()));
